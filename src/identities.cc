@@ -12,19 +12,19 @@ constexpr vorbus_evgroup_t kServerEventGroup = {0x43464D4D};  // "CFMM"
 
 }  // namespace
 
-const vorbus_proc_t *CFM_MGR_PROCESS = &kProcess;
+const vorbus_proc_t* CFM_MGR_PROCESS = &kProcess;
 
-const vorbus_sigblock_t *CFM_MGR_SIGBLOCK = &kInternalBlock;
-const vorbus_sigblock_t *CFM_MGR_C2S_SIGBLOCK = &kClientToServerBlock;
-const vorbus_sigblock_t *CFM_MGR_S2C_SIGBLOCK = &kServerToClientBlock;
-const vorbus_evgroup_t *CFM_MGR_SRV_EVENTGROUP = &kServerEventGroup;
+const vorbus_sigblock_t* CFM_MGR_SIGBLOCK = &kInternalBlock;
+const vorbus_sigblock_t* CFM_MGR_C2S_SIGBLOCK = &kClientToServerBlock;
+const vorbus_sigblock_t* CFM_MGR_S2C_SIGBLOCK = &kServerToClientBlock;
+const vorbus_evgroup_t* CFM_MGR_SRV_EVENTGROUP = &kServerEventGroup;
 
 // Defines the record of one identity and the exported pointer to it.
-#define CFM_IDENTITY(type, name, container, number)        \
-  namespace {                                              \
-  constexpr type k_##name = {&(container), number};        \
-  }                                                        \
-  const type *name = &k_##name /* the caller's semicolon */
+#define CFM_IDENTITY(type, name, container, number) \
+  namespace {                                       \
+  constexpr type k_##name = {&(container), number}; \
+  }                                                 \
+  const type* name = &k_##name /* the caller's semicolon */
 
 CFM_IDENTITY(vorbus_sig_t, CFM_MGR_SIG_TICK_SCHED, kInternalBlock, 1);
 

@@ -1,5 +1,5 @@
-// Standing delay-measurement probes with their sessions (two-way delay, ITU-T G.8013/Y.1731 clause 8.2). The application
-// fills one cfm::probe and hands it whole to cfm::Client::UpdateConfigProbe.
+// Standing delay-measurement probes with their sessions (two-way delay, ITU-T G.8013/Y.1731 clause 8.2). The
+// application fills one cfm::probe and hands it whole to cfm::Client::UpdateConfigProbe.
 //
 // All records are plain values; a value-initialised one is all zero and empty. The library validates no range.
 #ifndef CFM_PROBE_H
