@@ -20,11 +20,13 @@ const vorbus_sigblock_t* CFM_MGR_S2C_SIGBLOCK = &kServerToClientBlock;
 const vorbus_evgroup_t* CFM_MGR_SRV_EVENTGROUP = &kServerEventGroup;
 
 // Defines the record of one identity and the exported pointer to it.
-#define CFM_IDENTITY(type, name, container, number) \
-  namespace {                                       \
-  constexpr type k_##name = {&(container), number}; \
-  }                                                 \
-  const type* name = &k_##name /* the caller's semicolon */
+// NOLINTBEGIN(bugprone-macro-parentheses): a declarator takes none
+#define CFM_IDENTITY(type, name, container, number)   \
+  namespace {                                         \
+  constexpr type k_##name = {&(container), (number)}; \
+  }                                                   \
+  const type* name = &k_##name
+// NOLINTEND(bugprone-macro-parentheses)
 
 CFM_IDENTITY(vorbus_sig_t, CFM_MGR_SIG_TICK_SCHED, kInternalBlock, 1);
 
