@@ -15,8 +15,8 @@
 #ifndef LIMID_LIMID_H
 #define LIMID_LIMID_H
 
-#include <stddef.h>
-#include <stdint.h>
+#include <stddef.h> /* NOLINT(modernize-deprecated-headers): also C */
+#include <stdint.h> /* NOLINT(modernize-deprecated-headers): also C */
 
 #if defined(__GNUC__)
 #define LIMID_API __attribute__((visibility("default")))
