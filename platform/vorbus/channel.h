@@ -1,0 +1,57 @@
+// One link to one process, as seen from either end.
+#ifndef VORBUS_CHANNEL_H
+#define VORBUS_CHANNEL_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+#include "flow.h"
+#include "wire.h"
+#include "zmq_handles.h"
+
+namespace bus {
+
+// A message with room for its payload behind the header.
+Message make_message(const Header& header, std::size_t payload);
+
+class Channel {
+ public:
+  enum class Sent { kDone, kFull, kGone };
+
+  Channel() = default;
+  Channel(const Channel&) = delete;
+  Channel& operator=(const Channel&) = delete;
+  virtual ~Channel() = default;
+
+  // The process at the other end; 0 when it is not known yet.
+  std::uint32_t pid() const { return pid_; }
+
+  bool has_room() const { return flow_.is_open(); }
+  // A signal or an event, on the way if the window is open; never waits.
+  Sent send(Message& message);
+
+  // Gives the link up: the other side sees it lost, nothing more is sent or taken.
+  virtual void sever() = 0;
+
+ protected:
+  // Hands a message to ZeroMQ, without waiting.
+  virtual Sent transmit(Message& message) = 0;
+
+  // A message that says how much was taken by the other side. False when that cannot be true.
+  bool note_taken(const Header& header) { return flow_.was_taken(header.id, header.number); }
+
+  // Counts a message as taken from the link, and says so to the other side from time to time.
+  void take(const Message& message);
+
+  void reset_flow() { flow_ = Flow(); }
+
+  std::uint32_t pid_ = 0;
+
+ private:
+  Flow flow_;
+};
+
+}  // namespace bus
+
+#endif

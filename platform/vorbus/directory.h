@@ -1,0 +1,58 @@
+// The socket directory of one host: where named processes are found, who owns a name, and the pids.
+//
+//   <name>        the socket of the process of that name
+//   .<name>.lock  locked by its owner as long as that lives
+//   .pid          the pid given out last
+//   .<pid>        a socket that is about to get its name
+#ifndef VORBUS_DIRECTORY_H
+#define VORBUS_DIRECTORY_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "fd.h"
+
+namespace bus {
+
+// Functions that can fail return 0 or a negative errno.
+class Directory {
+ public:
+  // Makes the directory when it is missing (its parent must exist).
+  static int open(std::string path, Directory* directory);
+
+  static bool is_valid_name(std::string_view name);
+
+  // -ENAMETOOLONG when the socket of that name does not fit a socket address.
+  int check_length(std::string_view name) const;
+
+  // The only place that turns a process name into where to connect to.
+  std::string endpoint(std::string_view name) const { return "ipc://" + socket_path(name); }
+
+  // A pid that no process got lately.
+  int allocate_pid(std::uint32_t* pid) const;
+
+  // -EADDRINUSE when a live process has the name. The name is held as long as the lock is.
+  int lock_name(std::string_view name, Fd* lock) const;
+
+  // Whether there is a socket of that name and a live process that owns it.
+  bool has_owner(std::string_view name) const;
+
+  // A socket is bound at fresh_endpoint and gets its name, in place of any older socket, by publish.
+  std::string fresh_endpoint(std::uint32_t pid) const { return "ipc://" + fresh_path(pid); }
+  int publish(std::uint32_t pid, std::string_view name) const;
+  void withdraw(std::string_view name) const;
+
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string socket_path(std::string_view name) const { return path_ + "/" + std::string(name); }
+  std::string lock_path(std::string_view name) const { return path_ + "/." + std::string(name) + ".lock"; }
+  std::string fresh_path(std::uint32_t pid) const;
+
+  std::string path_;
+};
+
+}  // namespace bus
+
+#endif

@@ -1,0 +1,107 @@
+// A subscriber's side of its link to one named process.
+#ifndef VORBUS_LINK_H
+#define VORBUS_LINK_H
+
+#include <vorbus/vorbus.h>
+
+#include <chrono>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "channel.h"
+#include "monitor.h"
+
+namespace bus {
+class Link;
+}
+
+struct vorbus_subscription {
+  bus::Link* link;
+  vorbus_found_fn found;
+  vorbus_lost_fn lost;
+  void* user;
+  bool is_found = false;
+  bool released = false;
+};
+
+namespace bus {
+
+//            due, and an owner lives               each hello answered
+//   waiting -------------------------> greeting -------------------------> ready
+//      ^                                   |    found reported in dispatch    |
+//      |          all delivered,           v                                  |
+//      +------------------------------- ending <------------------------------+
+//               lost reported                    connection gone, or severed
+//
+// Each connection has a socket of its own with an identity of its own, so that nothing of one run reaches another.
+class Link final : public Channel {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  Link(vorbus& token, std::string process);
+  ~Link() override;
+
+  vorbus& token() const { return token_; }
+  const std::string& process() const { return process_; }
+
+  vorbus_subscription* subscribe(vorbus_found_fn found, vorbus_lost_fn lost, void* user);
+  bool has_subscribers() const;
+  void sweep();  // forgets released subscriptions
+
+  // A socket of that name came up: look at once.
+  void look() { due_ = Clock::time_point::min(); }
+  // When to call advance; max when there is nothing to wait for.
+  Clock::time_point due() const { return state_ == State::kWaiting ? due_ : Clock::time_point::max(); }
+  // Connects when it is due; says hello again when the wanted events have changed.
+  void advance(Clock::time_point now);
+  void events_changed() { events_changed_ = true; }
+  void read_monitor_if_ready();
+  // Takes in what has arrived, for a later deliver. Calls no callback.
+  void absorb();
+  // Calls the callbacks for at most that many messages; returns their number.
+  int deliver(int limit);
+  bool has_work() const;
+
+  void sever() override;
+
+ private:
+  enum class State { kWaiting, kGreeting, kReady, kEnding };
+
+  Sent transmit(Message& message) override;
+  bool connect();
+  void disconnect(int linger_ms);
+  Sent greet();
+  Sent hand_over(Message& message);
+  void end();
+  bool receive(Message& message);
+  bool accept(Message& message);
+  bool note_ready(const Header& header);
+  void keep_what_came();
+  void drop_kept();
+  bool next(Message& message);
+  int report_found();
+  int report_lost();
+
+  vorbus& token_;
+  std::string process_;
+  std::vector<std::unique_ptr<vorbus_subscription>> subscriptions_;
+
+  State state_ = State::kWaiting;
+  Clock::time_point due_ = Clock::time_point::min();
+  std::chrono::milliseconds backoff_{};
+  Socket socket_;
+  std::optional<Monitor> monitor_;
+  bool socket_ready_ = false;  // there may be something to receive
+  bool monitor_ready_ = false;
+  bool was_ready_ = false;  // in this connection
+  bool events_changed_ = false;
+  unsigned int hellos_unanswered_ = 0;
+  std::deque<Message> kept_;
+};
+
+}  // namespace bus
+
+#endif

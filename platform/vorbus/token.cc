@@ -1,0 +1,421 @@
+#include "token.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <sys/timerfd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+using bus::Channel;
+using bus::Fd;
+using bus::Header;
+using bus::Kind;
+using bus::Message;
+using std::chrono::milliseconds;
+
+constexpr int kDispatchLimit = 1000;  // messages of the door, and of each link
+constexpr int kMaxSockets = 4096;     // three for each process that is subscribed to
+constexpr auto kNever = std::chrono::steady_clock::time_point::max();
+
+Message payload_message(const Header& header, const void* data, std::size_t size) {
+  Message message = bus::make_message(header, size);
+  if (size != 0) {
+    std::memcpy(message.data() + bus::kHeaderSize, data, size);
+  }
+  return message;
+}
+
+void read_counter(int fd) {
+  std::uint64_t count = 0;
+  [[maybe_unused]] const ssize_t octets = read(fd, &count, sizeof count);
+}
+
+}  // namespace
+
+int vorbus::open(const vorbus_options_t& options, std::unique_ptr<vorbus>* token) {
+  const milliseconds timeout(options.send_timeout_ms != 0 ? options.send_timeout_ms : 10000);
+  std::unique_ptr<vorbus> opened(new vorbus(timeout));
+  const char* directory = options.directory;
+  if (directory == nullptr) {
+    directory = std::getenv("VORBUS_DIR");
+  }
+  const int rc = opened->start(options.process, directory != nullptr ? directory : "/run/vorbus");
+  if (rc == 0) {
+    *token = std::move(opened);
+  }
+  return rc;
+}
+
+int vorbus::start(const char* process, const char* directory) {
+  if (process != nullptr && !bus::Directory::is_valid_name(process)) {
+    return -EINVAL;
+  }
+  int rc = bus::Directory::open(directory, &directory_);
+  if (rc == 0) {
+    rc = directory_.allocate_pid(&pid_);
+  }
+  if (rc != 0) {
+    return rc;
+  }
+  context_ = zmq_ctx_new();
+  poll_ = Fd(epoll_create1(EPOLL_CLOEXEC));
+  wake_ = Fd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  timer_ = Fd(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+  if (context_ == nullptr || !poll_ || !wake_ || !timer_) {
+    return -errno;
+  }
+  zmq_ctx_set(context_, ZMQ_MAX_SOCKETS, kMaxSockets);
+  watch(wake_.get(), &wake_ready_);
+  watch(timer_.get(), &timer_ready_);
+  if (process != nullptr) {
+    door_ = std::make_unique<bus::Door>(*this);
+    rc = door_->open(process);
+  }
+  return rc;
+}
+
+vorbus::~vorbus() {
+  links_.clear();
+  door_.reset();
+  while (context_ != nullptr && zmq_ctx_term(context_) != 0 && errno == EINTR) {
+  }
+}
+
+void vorbus::watch(int fd, bool* ready) {
+  epoll_event event{};
+  event.events = EPOLLIN;
+  event.data.ptr = ready;
+  if (epoll_ctl(poll_.get(), EPOLL_CTL_ADD, fd, &event) == 0) {
+    ++watched_;
+  }
+}
+
+void vorbus::unwatch(int fd) {
+  if (epoll_ctl(poll_.get(), EPOLL_CTL_DEL, fd, nullptr) == 0) {
+    --watched_;
+  }
+}
+
+void vorbus::wake() {
+  if (!wake_written_) {
+    wake_written_ = true;
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t octets = write(wake_.get(), &one, sizeof one);
+  }
+}
+
+void vorbus::watch_directory() {
+  if (changes_) {
+    return;
+  }
+  Fd changes(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  // Sockets get their names by being renamed. Without a watch (a user's number of them is limited), links look once a
+  // second.
+  if (changes && inotify_add_watch(changes.get(), directory_.path().c_str(), IN_MOVED_TO | IN_ONLYDIR) >= 0) {
+    changes_ = std::move(changes);
+    watch(changes_.get(), &changes_ready_);
+  }
+}
+
+void vorbus::read_directory_changes() {
+  alignas(inotify_event) std::array<char, 4096> buffer;
+  ssize_t length = 0;
+  while ((length = read(changes_.get(), buffer.data(), buffer.size())) > 0) {
+    for (ssize_t at = 0; at < length;) {
+      const auto* event = reinterpret_cast<const inotify_event*>(&buffer[static_cast<std::size_t>(at)]);
+      at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+      for (const auto& link : links_) {
+        if ((event->mask & IN_Q_OVERFLOW) != 0 || (event->len > 0 && link->process() == event->name)) {
+          link->look();
+        }
+      }
+    }
+  }
+}
+
+void vorbus::collect(milliseconds timeout) {
+  std::array<epoll_event, 64> few;
+  std::vector<epoll_event> many;
+  epoll_event* events = few.data();
+  if (static_cast<std::size_t>(watched_) > few.size()) {
+    many.resize(static_cast<std::size_t>(watched_));
+    events = many.data();
+  }
+  const int count = epoll_wait(poll_.get(), events, watched_, static_cast<int>(timeout.count()));
+  for (int i = 0; i < count; ++i) {
+    *static_cast<bool*>(events[i].data.ptr) = true;
+  }
+  if (wake_ready_) {
+    wake_ready_ = wake_written_ = false;
+    read_counter(wake_.get());
+  }
+  if (timer_ready_) {
+    timer_ready_ = false;
+    timer_set_to_ = kNever;
+    read_counter(timer_.get());
+  }
+  if (changes_ready_) {
+    changes_ready_ = false;
+    read_directory_changes();
+  }
+  if (door_) {
+    door_->read_monitor_if_ready();
+  }
+  for (const auto& link : links_) {
+    link->read_monitor_if_ready();
+  }
+}
+
+int vorbus::dispatch() {
+  if (dispatching_) {
+    return -EBUSY;
+  }
+  dispatching_ = true;
+  collect(milliseconds(0));
+  int calls = 0;
+  if (door_) {
+    calls += door_->deliver(kDispatchLimit);
+  }
+  // By index: a callback may add links.
+  for (std::size_t i = 0; i < links_.size(); ++i) {
+    links_[i]->advance(Clock::now());
+    calls += links_[i]->deliver(kDispatchLimit);
+  }
+  dispatching_ = false;
+  sweep();
+  if (has_work()) {
+    wake();
+  }
+  set_timer();
+  return calls;
+}
+
+bool vorbus::has_work() const {
+  return (door_ && door_->has_work()) ||
+         std::any_of(links_.begin(), links_.end(), [](const auto& link) { return link->has_work(); });
+}
+
+void vorbus::set_timer() {
+  Clock::time_point due = kNever;
+  for (const auto& link : links_) {
+    due = std::min(due, link->due());
+  }
+  if (due == timer_set_to_) {
+    return;
+  }
+  timer_set_to_ = due;
+  itimerspec at{};  // zeros switch it off
+  if (due != kNever) {
+    const auto since_boot = std::max(due.time_since_epoch(), Clock::duration(1));
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(since_boot);
+    at.it_value.tv_sec = seconds.count();
+    at.it_value.tv_nsec = (since_boot - seconds).count();
+  }
+  timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &at, nullptr);
+}
+
+void vorbus::sweep() {
+  if (dispatching_) {
+    return;
+  }
+  signals_.sweep();
+  events_.sweep();
+  for (const auto& link : links_) {
+    link->sweep();
+  }
+  std::erase_if(links_, [](const auto& link) { return !link->has_subscribers(); });
+}
+
+int vorbus::subscribe(std::string_view process, vorbus_found_fn found, vorbus_lost_fn lost, void* user,
+                      vorbus_subscription** subscription) {
+  if (!bus::Directory::is_valid_name(process)) {
+    return -EINVAL;
+  }
+  const int rc = directory_.check_length(process);
+  if (rc != 0) {
+    return rc;
+  }
+  watch_directory();
+  auto link =
+      std::find_if(links_.begin(), links_.end(), [&](const auto& other) { return other->process() == process; });
+  if (link == links_.end()) {
+    links_.push_back(std::make_unique<bus::Link>(*this, std::string(process)));
+    link = std::prev(links_.end());
+  }
+  *subscription = (*link)->subscribe(found, lost, user);
+  wake();
+  return 0;
+}
+
+void vorbus::unsubscribe(vorbus_subscription& subscription) {
+  subscription.released = true;
+  sweep();
+}
+
+int vorbus::send_signal(std::uint32_t to, std::uint64_t signal, const void* data, std::size_t size) {
+  if (size > bus::kMaxPayload) {
+    return -EMSGSIZE;
+  }
+  const auto route = routes_.find(to);
+  if (route == routes_.end()) {
+    return -ESRCH;
+  }
+  const Header header{Kind::kSignal, to, static_cast<std::uint32_t>(signal >> 32), static_cast<std::uint32_t>(signal)};
+  Message message = payload_message(header, data, size);
+  return send_waiting(*route->second, message);
+}
+
+int vorbus::send_waiting(Channel& channel, Message& message) {
+  Clock::time_point deadline = kNever;
+  Channel::Sent sent = channel.send(message);
+  bool in_time = true;
+  while (sent == Channel::Sent::kFull && (in_time = wait_for_room(&deadline))) {
+    sent = channel.send(message);
+  }
+  if (!in_time) {
+    channel.sever();
+  }
+  if (!dispatching_) {
+    wake();
+  }
+  return sent == Channel::Sent::kDone ? 0 : in_time ? -ESRCH : -ETIMEDOUT;
+}
+
+bool vorbus::wait_for_room(Clock::time_point* deadline) {
+  const Clock::time_point now = Clock::now();
+  milliseconds timeout(0);
+  if (*deadline == kNever) {
+    *deadline = now + send_timeout_;
+  } else if (now >= *deadline) {
+    return false;
+  } else {
+    timeout = std::chrono::ceil<milliseconds>(*deadline - now);
+  }
+  collect(timeout);
+  absorb();
+  return true;
+}
+
+void vorbus::absorb() {
+  if (door_) {
+    door_->absorb();
+  }
+  for (const auto& link : links_) {
+    link->absorb();
+  }
+}
+
+int vorbus::publish(std::uint64_t event, const void* data, std::size_t size) {
+  if (size > bus::kMaxPayload) {
+    return -EMSGSIZE;
+  }
+  if (!door_) {
+    return 0;
+  }
+  const std::span<bus::Peer* const> audience = door_->audience(event);
+  audience_.assign(audience.begin(), audience.end());
+  if (audience_.empty()) {
+    return 0;
+  }
+  int reached = 0;
+  const auto is_done_with = [&](bus::Peer* peer) {
+    if (!peer->has_room()) {
+      return false;
+    }
+    Message message = payload_message(
+        {Kind::kEvent, peer->pid(), static_cast<std::uint32_t>(event >> 32), static_cast<std::uint32_t>(event)}, data,
+        size);
+    const Channel::Sent sent = peer->send(message);
+    reached += sent == Channel::Sent::kDone ? 1 : 0;
+    return sent != Channel::Sent::kFull;
+  };
+  std::erase_if(audience_, is_done_with);
+  // Those that are slow are waited for together.
+  for (Clock::time_point deadline = kNever; !audience_.empty() && wait_for_room(&deadline);) {
+    std::erase_if(audience_, is_done_with);
+  }
+  for (bus::Peer* peer : audience_) {
+    peer->sever();
+  }
+  if (!dispatching_) {
+    wake();
+  }
+  return reached;
+}
+
+vorbus_registration* vorbus::register_signal(std::uint64_t signal, vorbus_sig_fn handler, void* user) {
+  return signals_.add(this, signal, handler, user);
+}
+
+void vorbus::deregister(vorbus_registration& registration) {
+  signals_.release(registration);
+  sweep();
+}
+
+int vorbus::register_event(std::uint64_t event, vorbus_event_fn handler, void* user, vorbus_eventreg** registration) {
+  const bool is_new = !events_.has(event);
+  if (is_new && events_.size() >= bus::kMaxWantedEvents) {
+    return -ENOSPC;
+  }
+  *registration = events_.add(this, event, handler, user);
+  if (is_new) {
+    events_changed();
+  }
+  return 0;
+}
+
+void vorbus::deregister(vorbus_eventreg& registration) {
+  const std::uint64_t event = registration.identity;
+  events_.release(registration);
+  if (!events_.has(event)) {
+    events_changed();
+  }
+  sweep();
+}
+
+void vorbus::events_changed() {
+  for (const auto& link : links_) {
+    link->events_changed();
+  }
+  wake();
+}
+
+int vorbus::call_signal_handlers(std::uint32_t sender, const Header& header, Message& message) {
+  int calls = 0;
+  const std::size_t size = message.size() - bus::kHeaderSize;
+  void* data = size != 0 ? message.data() + bus::kHeaderSize : nullptr;
+  signals_.each(bus::identity(header.id, header.number), [&](const vorbus_registration& registration) {
+    const vorbus_pid_t pid = sender;
+    registration.function(this, registration.user, &pid, data, size);
+    ++calls;
+  });
+  return calls;
+}
+
+int vorbus::call_event_handlers(const Header& header, Message& message) {
+  int calls = 0;
+  const std::size_t size = message.size() - bus::kHeaderSize;
+  void* data = size != 0 ? message.data() + bus::kHeaderSize : nullptr;
+  events_.each(bus::identity(header.id, header.number), [&](const vorbus_eventreg& registration) {
+    registration.function(this, registration.user, data, size);
+    ++calls;
+  });
+  return calls;
+}
+
+void vorbus::add_route(Channel& channel) {
+  routes_.try_emplace(channel.pid(), &channel);
+}
+
+void vorbus::remove_route(const Channel& channel) {
+  const auto found = routes_.find(channel.pid());
+  if (found != routes_.end() && found->second == &channel) {
+    routes_.erase(found);
+  }
+}
