@@ -64,11 +64,7 @@ bool CacheReader::Dispatch(Clock::time_point deadline, Done done) {
 }
 
 std::optional<vorbus_pid_t> CacheReader::WaitForServer(std::chrono::milliseconds timeout) {
-  return WaitForNewServer(0, timeout);
-}
-
-std::optional<vorbus_pid_t> CacheReader::WaitForNewServer(vorbus_pid_t previous, std::chrono::milliseconds timeout) {
-  const bool found = Dispatch(Clock::now() + timeout, [&] { return server_ != 0 && server_ != previous; });
+  const bool found = Dispatch(Clock::now() + timeout, [&] { return server_ != 0; });
   return found ? std::optional(server_) : std::nullopt;
 }
 

@@ -20,8 +20,8 @@ class CacheReader {
 
   // The pid of the server's present run; nothing when there is none within the time.
   std::optional<vorbus_pid_t> WaitForServer(std::chrono::milliseconds timeout);
-  // The pid of a run other than `previous`.
-  std::optional<vorbus_pid_t> WaitForNewServer(vorbus_pid_t previous, std::chrono::milliseconds timeout);
+  // As last seen; 0: none.
+  vorbus_pid_t server() const { return server_; }
 
   // Asks the present server for its cache; nothing when no reply comes within the time.
   std::optional<client_server::OpCacheSync> Read(std::chrono::milliseconds timeout);
