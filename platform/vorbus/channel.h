@@ -13,7 +13,7 @@
 namespace bus {
 
 // A message with room for its payload behind the header.
-Message make_message(const Header& header, std::size_t payload);
+Message MakeMessage(const Header& header, std::size_t payload);
 
 class Channel {
  public:
@@ -27,24 +27,24 @@ class Channel {
   // The process at the other end; 0 when it is not known yet.
   std::uint32_t pid() const { return pid_; }
 
-  bool has_room() const { return flow_.is_open(); }
+  bool HasRoom() const { return flow_.IsOpen(); }
   // A signal or an event, on the way if the window is open; never waits.
-  Sent send(Message& message);
+  Sent Send(Message& message);
 
   // Gives the link up: the other side sees it lost, nothing more is sent or taken.
-  virtual void sever() = 0;
+  virtual void Sever() = 0;
 
  protected:
   // Hands a message to ZeroMQ, without waiting.
-  virtual Sent transmit(Message& message) = 0;
+  virtual Sent Transmit(Message& message) = 0;
 
   // A message that says how much was taken by the other side. False when that cannot be true.
-  bool note_taken(const Header& header) { return flow_.was_taken(header.id, header.number); }
+  bool NoteTaken(const Header& header) { return flow_.WasTaken(header.id, header.number); }
 
   // Counts a message as taken from the link, and says so to the other side from time to time.
-  void take(const Message& message);
+  void Take(const Message& message);
 
-  void reset_flow() { flow_ = Flow(); }
+  void ResetFlow() { flow_ = Flow(); }
 
   std::uint32_t pid_ = 0;
 

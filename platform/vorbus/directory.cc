@@ -34,7 +34,7 @@ int lock(int fd, int command, struct flock* result = nullptr) {
   return rc == 0 ? 0 : -errno;
 }
 
-int open_for_locking(const std::string& path, Fd* file) {
+int OpenForLocking(const std::string& path, Fd* file) {
   *file = Fd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kFileMode));
   if (!*file) {
     return -errno;
@@ -43,13 +43,13 @@ int open_for_locking(const std::string& path, Fd* file) {
   return 0;
 }
 
-bool is_name_character(char c) {
+bool IsNameCharacter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_' || c == '.';
 }
 
 }  // namespace
 
-int Directory::open(std::string path, Directory* directory) {
+int Directory::Open(std::string path, Directory* directory) {
   while (path.size() > 1 && path.back() == '/') {
     path.pop_back();
   }
@@ -71,23 +71,23 @@ int Directory::open(std::string path, Directory* directory) {
   return 0;
 }
 
-bool Directory::is_valid_name(std::string_view name) {
-  return !name.empty() && name.front() != '.' && std::all_of(name.begin(), name.end(), is_name_character);
+bool Directory::IsValidName(std::string_view name) {
+  return !name.empty() && name.front() != '.' && std::all_of(name.begin(), name.end(), IsNameCharacter);
 }
 
-int Directory::check_length(std::string_view name) const {
-  return std::max(socket_path(name).size(), fresh_path(0).size()) <= kMaxSocketPath ? 0 : -ENAMETOOLONG;
+int Directory::CheckLength(std::string_view name) const {
+  return std::max(SocketPath(name).size(), FreshPath(0).size()) <= kMaxSocketPath ? 0 : -ENAMETOOLONG;
 }
 
-std::string Directory::fresh_path(std::uint32_t pid) const {
+std::string Directory::FreshPath(std::uint32_t pid) const {
   std::array<char, 16> hexadecimal{};
   std::snprintf(hexadecimal.data(), hexadecimal.size(), "/.%08x", pid);
   return path_ + hexadecimal.data();
 }
 
-int Directory::allocate_pid(std::uint32_t* pid) const {
+int Directory::AllocatePid(std::uint32_t* pid) const {
   Fd file;
-  int rc = open_for_locking(path_ + "/.pid", &file);
+  int rc = OpenForLocking(path_ + "/.pid", &file);
   if (rc == 0) {
     rc = lock(file.get(), F_OFD_SETLKW);
   }
@@ -110,9 +110,9 @@ int Directory::allocate_pid(std::uint32_t* pid) const {
   return 0;
 }
 
-int Directory::lock_name(std::string_view name, Fd* name_lock) const {
+int Directory::LockName(std::string_view name, Fd* name_lock) const {
   Fd file;
-  int rc = open_for_locking(lock_path(name), &file);
+  int rc = OpenForLocking(LockPath(name), &file);
   if (rc == 0) {
     rc = lock(file.get(), F_OFD_SETLK);
   }
@@ -125,19 +125,19 @@ int Directory::lock_name(std::string_view name, Fd* name_lock) const {
   return rc;
 }
 
-bool Directory::has_owner(std::string_view name) const {
+bool Directory::HasOwner(std::string_view name) const {
   struct stat status {};
-  if (stat(socket_path(name).c_str(), &status) != 0 || !S_ISSOCK(status.st_mode)) {
+  if (stat(SocketPath(name).c_str(), &status) != 0 || !S_ISSOCK(status.st_mode)) {
     return false;
   }
-  const Fd file(::open(lock_path(name).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  const Fd file(::open(LockPath(name).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
   struct flock holder {};
   return file && lock(file.get(), F_OFD_GETLK, &holder) == 0 && holder.l_type != F_UNLCK;
 }
 
-int Directory::publish(std::uint32_t pid, std::string_view name) const {
-  const std::string fresh = fresh_path(pid);
-  if (chmod(fresh.c_str(), kFileMode) == 0 && rename(fresh.c_str(), socket_path(name).c_str()) == 0) {
+int Directory::Publish(std::uint32_t pid, std::string_view name) const {
+  const std::string fresh = FreshPath(pid);
+  if (chmod(fresh.c_str(), kFileMode) == 0 && rename(fresh.c_str(), SocketPath(name).c_str()) == 0) {
     return 0;
   }
   const int rc = -errno;
@@ -145,8 +145,8 @@ int Directory::publish(std::uint32_t pid, std::string_view name) const {
   return rc;
 }
 
-void Directory::withdraw(std::string_view name) const {
-  unlink(socket_path(name).c_str());
+void Directory::Withdraw(std::string_view name) const {
+  unlink(SocketPath(name).c_str());
 }
 
 }  // namespace bus

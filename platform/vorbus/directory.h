@@ -19,36 +19,36 @@ namespace bus {
 class Directory {
  public:
   // Makes the directory when it is missing (its parent must exist).
-  static int open(std::string path, Directory* directory);
+  static int Open(std::string path, Directory* directory);
 
-  static bool is_valid_name(std::string_view name);
+  static bool IsValidName(std::string_view name);
 
   // -ENAMETOOLONG when the socket of that name does not fit a socket address.
-  int check_length(std::string_view name) const;
+  int CheckLength(std::string_view name) const;
 
   // The only place that turns a process name into where to connect to.
-  std::string endpoint(std::string_view name) const { return "ipc://" + socket_path(name); }
+  std::string Endpoint(std::string_view name) const { return "ipc://" + SocketPath(name); }
 
   // A pid that no process got lately.
-  int allocate_pid(std::uint32_t* pid) const;
+  int AllocatePid(std::uint32_t* pid) const;
 
   // -EADDRINUSE when a live process has the name. The name is held as long as the lock is.
-  int lock_name(std::string_view name, Fd* lock) const;
+  int LockName(std::string_view name, Fd* lock) const;
 
   // Whether there is a socket of that name and a live process that owns it.
-  bool has_owner(std::string_view name) const;
+  bool HasOwner(std::string_view name) const;
 
-  // A socket is bound at fresh_endpoint and gets its name, in place of any older socket, by publish.
-  std::string fresh_endpoint(std::uint32_t pid) const { return "ipc://" + fresh_path(pid); }
-  int publish(std::uint32_t pid, std::string_view name) const;
-  void withdraw(std::string_view name) const;
+  // A socket is bound at FreshEndpoint and gets its name, in place of any older socket, by Publish.
+  std::string FreshEndpoint(std::uint32_t pid) const { return "ipc://" + FreshPath(pid); }
+  int Publish(std::uint32_t pid, std::string_view name) const;
+  void Withdraw(std::string_view name) const;
 
   const std::string& path() const { return path_; }
 
  private:
-  std::string socket_path(std::string_view name) const { return path_ + "/" + std::string(name); }
-  std::string lock_path(std::string_view name) const { return path_ + "/." + std::string(name) + ".lock"; }
-  std::string fresh_path(std::uint32_t pid) const;
+  std::string SocketPath(std::string_view name) const { return path_ + "/" + std::string(name); }
+  std::string LockPath(std::string_view name) const { return path_ + "/." + std::string(name) + ".lock"; }
+  std::string FreshPath(std::uint32_t pid) const;
 
   std::string path_;
 };

@@ -19,41 +19,41 @@ constexpr int kBacklog = 1024;
 
 }  // namespace
 
-void Peer::sever() {
-  door_.sever(*this);
+void Peer::Sever() {
+  door_.Sever(*this);
 }
 
-Channel::Sent Peer::transmit(Message& message) {
+Channel::Sent Peer::Transmit(Message& message) {
   if (state_ != State::kLinked) {
     return Sent::kGone;
   }
-  const Sent sent = door_.transmit(id_, message);
+  const Sent sent = door_.Transmit(id_, message);
   if (sent == Sent::kGone) {
-    door_.stop_serving(*this);
+    door_.StopServing(*this);
   }
   return sent;
 }
 
 Door::~Door() {
   if (!process_.empty()) {
-    token_.directory().withdraw(process_);
+    token_.directory().Withdraw(process_);
   }
   if (monitor_ && *monitor_) {
-    token_.unwatch(monitor_->fd());
+    token_.Unwatch(monitor_->fd());
   }
   if (socket_) {
-    token_.unwatch(socket_.fd());
+    token_.Unwatch(socket_.fd());
   }
   for (const Kept& kept : kept_) {
-    token_.unkeep(kept.message);
+    token_.Unkeep(kept.message);
   }
 }
 
-int Door::open(const std::string& process) {
+int Door::Open(const std::string& process) {
   const Directory& directory = token_.directory();
-  int rc = directory.check_length(process);
+  int rc = directory.CheckLength(process);
   if (rc == 0) {
-    rc = directory.lock_name(process, &name_lock_);
+    rc = directory.LockName(process, &name_lock_);
   }
   if (rc != 0) {
     return rc;
@@ -62,57 +62,57 @@ int Door::open(const std::string& process) {
   if (!socket_) {
     return -errno;
   }
-  socket_.set(ZMQ_ROUTER_MANDATORY, 1);
-  socket_.set(ZMQ_LINGER, kFlushMs);
-  socket_.set(ZMQ_SNDHWM, Flow::kQueueMessages);
-  socket_.set(ZMQ_RCVHWM, Flow::kQueueMessages);
-  socket_.set(ZMQ_HANDSHAKE_IVL, kHandshakeMs);
-  socket_.set(ZMQ_BACKLOG, kBacklog);
+  socket_.Set(ZMQ_ROUTER_MANDATORY, 1);
+  socket_.Set(ZMQ_LINGER, kFlushMs);
+  socket_.Set(ZMQ_SNDHWM, Flow::kQueueMessages);
+  socket_.Set(ZMQ_RCVHWM, Flow::kQueueMessages);
+  socket_.Set(ZMQ_HANDSHAKE_IVL, kHandshakeMs);
+  socket_.Set(ZMQ_BACKLOG, kBacklog);
   const std::int64_t limit = kHeaderSize + kMaxPayload;
   zmq_setsockopt(socket_.get(), ZMQ_MAXMSGSIZE, &limit, sizeof limit);
   monitor_.emplace(token_.context(), socket_, ZMQ_EVENT_ACCEPTED | ZMQ_EVENT_DISCONNECTED);
-  if (!*monitor_ || zmq_bind(socket_.get(), directory.fresh_endpoint(token_.pid()).c_str()) != 0) {
+  if (!*monitor_ || zmq_bind(socket_.get(), directory.FreshEndpoint(token_.pid()).c_str()) != 0) {
     return -errno;
   }
-  token_.watch(socket_.fd(), &socket_ready_);
-  token_.watch(monitor_->fd(), &monitor_ready_);
-  read_monitor();  // ZeroMQ gives a sign of the next report only to a reader that found none
+  token_.Watch(socket_.fd(), &socket_ready_);
+  token_.Watch(monitor_->fd(), &monitor_ready_);
+  ReadMonitor();  // ZeroMQ gives a sign of the next report only to a reader that found none
   socket_ready_ = true;
-  token_.wake();
-  rc = directory.publish(token_.pid(), process);
+  token_.Wake();
+  rc = directory.Publish(token_.pid(), process);
   if (rc == 0) {
     process_ = process;
   }
   return rc;
 }
 
-Channel::Sent Door::transmit(const RoutingId& id, Message& message) {
-  int error = socket_.send_first_part(id);
+Channel::Sent Door::Transmit(const RoutingId& id, Message& message) {
+  int error = socket_.SendFirstPart(id);
   if (error == 0) {
-    error = socket_.send(message);
+    error = socket_.Send(message);
   }
   socket_ready_ = true;  // a send may have swallowed the sign that something arrived
   return error == 0 ? Channel::Sent::kDone : error == EAGAIN ? Channel::Sent::kFull : Channel::Sent::kGone;
 }
 
-void Door::read_monitor_if_ready() {
+void Door::ReadMonitorIfReady() {
   if (monitor_ready_) {
-    read_monitor();
+    ReadMonitor();
   }
 }
 
-void Door::read_monitor() {
+void Door::ReadMonitor() {
   monitor_ready_ = false;
-  while (const std::optional<Monitor::Event> event = monitor_->next()) {
+  while (const std::optional<Monitor::Event> event = monitor_->Next()) {
     const int descriptor = static_cast<int>(event->value);
-    connection_gone(descriptor);
+    ConnectionGone(descriptor);
     if (event->what == ZMQ_EVENT_ACCEPTED) {
       connections_[descriptor] = ++last_connection_;
     }
   }
 }
 
-void Door::connection_gone(int descriptor) {
+void Door::ConnectionGone(int descriptor) {
   const auto found = connections_.find(descriptor);
   if (found == connections_.end()) {
     return;
@@ -121,7 +121,7 @@ void Door::connection_gone(int descriptor) {
   connections_.erase(found);
   for (const auto& [id, peer] : peers_) {
     if (peer->connection_ == connection) {
-      stop_serving(*peer);
+      StopServing(*peer);
       peer->is_gone_ = true;
       any_gone_ = true;
       socket_ready_ = true;  // it is forgotten after all that it brought was received
@@ -129,38 +129,38 @@ void Door::connection_gone(int descriptor) {
   }
 }
 
-std::uint64_t Door::connection_of(int descriptor) const {
+std::uint64_t Door::ConnectionOf(int descriptor) const {
   const auto found = connections_.find(descriptor);
   return found != connections_.end() ? found->second : 0;
 }
 
-bool Door::receive(Kept& kept) {
+bool Door::Receive(Kept& kept) {
   while (socket_ready_) {
     Message id;
     Message message;
-    if (socket_.receive(id) != 0) {
+    if (socket_.Receive(id) != 0) {
       socket_ready_ = false;
-    } else if (socket_.receive(message) == 0 && accept(id, message, kept)) {
+    } else if (socket_.Receive(message) == 0 && Accept(id, message, kept)) {
       return true;
     }
   }
   return false;
 }
 
-bool Door::accept(Message& id, Message& message, Kept& kept) {
-  std::optional<Header> header = message.has_more_parts() ? std::nullopt : decode_header(message.octets());
-  for (bool more = message.has_more_parts(); more;) {
+bool Door::Accept(Message& id, Message& message, Kept& kept) {
+  std::optional<Header> header = message.HasMoreParts() ? std::nullopt : DecodeHeader(message.octets());
+  for (bool more = message.HasMoreParts(); more;) {
     Message rest;
-    more = socket_.receive(rest) == 0 && rest.has_more_parts();
+    more = socket_.Receive(rest) == 0 && rest.HasMoreParts();
   }
-  Peer* peer = find(id);
+  Peer* peer = Find(id);
   if (peer != nullptr && peer->state_ == Peer::State::kSevered) {
     return false;
   }
   const bool is_known =
       peer != nullptr && (peer->state_ == Peer::State::kLinked || peer->state_ == Peer::State::kLeaving);
   if (header && header->kind == Kind::kHello) {
-    if (note_hello(id, peer, *header, message)) {
+    if (NoteHello(id, peer, *header, message)) {
       return false;
     }
   } else if (header && is_known) {
@@ -168,29 +168,29 @@ bool Door::accept(Message& id, Message& message, Kept& kept) {
       return false;
     }
     if (header->kind == Kind::kSignal) {
-      peer->take(message);
+      peer->Take(message);
       kept.peer = peer;
       kept.message = std::move(message);
       return true;
     }
-    if (header->kind == Kind::kTaken && peer->note_taken(*header)) {
+    if (header->kind == Kind::kTaken && peer->NoteTaken(*header)) {
       return false;
     }
   }
   if (peer != nullptr) {
-    sever(*peer);
+    Sever(*peer);
     return false;
   }
-  const std::uint64_t connection = connection_of(message.connection());
+  const std::uint64_t connection = ConnectionOf(message.connection());
   const bool is_anothers = std::any_of(peers_.begin(), peers_.end(),
                                        [&](const auto& entry) { return entry.second->connection_ == connection; });
   if (!is_anothers) {
-    shut(connection);
+    Shut(connection);
   }
   return false;
 }
 
-Peer* Door::find(Message& id) {
+Peer* Door::Find(Message& id) {
   RoutingId key{};
   if (id.size() != key.size()) {
     return nullptr;
@@ -207,31 +207,31 @@ Peer* Door::find(Message& id) {
   return latest_;
 }
 
-bool Door::note_hello(Message& id, Peer* peer, const Header& header, Message& message) {
+bool Door::NoteHello(Message& id, Peer* peer, const Header& header, Message& message) {
   RoutingId key{};
   if (header.id == 0 || id.size() != key.size() || (header.to != 0 && header.to != token_.pid())) {
     return false;
   }
   if (peer == nullptr) {
     std::memcpy(key.data(), id.data(), key.size());
-    return note_newcomer(key, header, message);
+    return NoteNewcomer(key, header, message);
   }
   if (peer->pid_ != header.id) {
     return false;
   }
-  leave_audiences(*peer);
-  peer->wanted_events_ = decode_hello_events(message.octets());
+  LeaveAudiences(*peer);
+  peer->wanted_events_ = DecodeHelloEvents(message.octets());
   ++peer->hellos_unanswered_;
   if (peer->state_ != Peer::State::kLinked) {
     return true;
   }
-  join_audiences(*peer);
-  return answer(*peer);
+  JoinAudiences(*peer);
+  return Answer(*peer);
 }
 
-bool Door::note_newcomer(const RoutingId& id, const Header& header, Message& message) {
-  read_monitor();
-  const std::uint64_t connection = connection_of(message.connection());
+bool Door::NoteNewcomer(const RoutingId& id, const Header& header, Message& message) {
+  ReadMonitor();
+  const std::uint64_t connection = ConnectionOf(message.connection());
   if (connection == 0) {
     return true;  // it is gone already
   }
@@ -243,27 +243,27 @@ bool Door::note_newcomer(const RoutingId& id, const Header& header, Message& mes
   }
   std::unique_ptr<Peer>& peer = peers_[id];
   peer = std::make_unique<Peer>(*this, id, header.id, connection, std::move(process));
-  peer->wanted_events_ = decode_hello_events(message.octets());
+  peer->wanted_events_ = DecodeHelloEvents(message.octets());
   peer->hellos_unanswered_ = 1;
-  return has_other(*peer) || admit(*peer);
+  return HasOther(*peer) || Admit(*peer);
 }
 
-bool Door::has_other(const Peer& peer) const {
+bool Door::HasOther(const Peer& peer) const {
   return std::any_of(peers_.begin(), peers_.end(),
                      [&](const auto& entry) { return entry.second->pid_ == peer.pid_ && entry.second.get() != &peer; });
 }
 
-bool Door::admit(Peer& peer) {
+bool Door::Admit(Peer& peer) {
   peer.state_ = Peer::State::kLinked;
-  token_.add_route(peer);
-  join_audiences(peer);
-  return answer(peer);
+  token_.AddRoute(peer);
+  JoinAudiences(peer);
+  return Answer(peer);
 }
 
-bool Door::answer(Peer& peer) {
+bool Door::Answer(Peer& peer) {
   for (; peer.hellos_unanswered_ > 0; --peer.hellos_unanswered_) {
-    Message ready = make_message({Kind::kReady, peer.pid_, token_.pid(), 0}, 0);
-    const Channel::Sent sent = peer.transmit(ready);
+    Message ready = MakeMessage({Kind::kReady, peer.pid_, token_.pid(), 0}, 0);
+    const Channel::Sent sent = peer.Transmit(ready);
     if (sent != Channel::Sent::kDone) {
       return sent == Channel::Sent::kGone;
     }
@@ -271,7 +271,7 @@ bool Door::answer(Peer& peer) {
   return true;
 }
 
-void Door::join_audiences(Peer& peer) {
+void Door::JoinAudiences(Peer& peer) {
   std::vector<std::uint64_t>& events = peer.wanted_events_;
   std::sort(events.begin(), events.end());
   events.erase(std::unique(events.begin(), events.end()), events.end());
@@ -280,7 +280,7 @@ void Door::join_audiences(Peer& peer) {
   }
 }
 
-void Door::leave_audiences(Peer& peer) {
+void Door::LeaveAudiences(Peer& peer) {
   if (peer.state_ != Peer::State::kLinked) {
     return;
   }
@@ -293,30 +293,30 @@ void Door::leave_audiences(Peer& peer) {
   }
 }
 
-std::span<Peer* const> Door::audience(std::uint64_t event) const {
+std::span<Peer* const> Door::Audience(std::uint64_t event) const {
   const auto found = audiences_.find(event);
   return found != audiences_.end() ? std::span<Peer* const>(found->second) : std::span<Peer* const>();
 }
 
-void Door::stop_serving(Peer& peer) {
+void Door::StopServing(Peer& peer) {
   if (peer.state_ == Peer::State::kLinked) {
-    leave_audiences(peer);
-    token_.remove_route(peer);
+    LeaveAudiences(peer);
+    token_.RemoveRoute(peer);
     peer.state_ = Peer::State::kLeaving;
   }
 }
 
-void Door::sever(Peer& peer) {
-  stop_serving(peer);
+void Door::Sever(Peer& peer) {
+  StopServing(peer);
   peer.state_ = Peer::State::kSevered;
   if (!peer.is_gone_) {
-    shut(peer.connection_);
+    Shut(peer.connection_);
   }
 }
 
 // ZeroMQ has no call for this; but the connection's descriptor is known, and ZeroMQ takes a connection that was shut
 // down as one that the other side has closed.
-void Door::shut(std::uint64_t connection) {
+void Door::Shut(std::uint64_t connection) {
   const auto of_connection = [&](const auto& entry) { return entry.second == connection; };
   const auto found = std::find_if(connections_.begin(), connections_.end(), of_connection);
   if (found == connections_.end()) {
@@ -325,48 +325,48 @@ void Door::shut(std::uint64_t connection) {
   // Whatever the descriptor is now, it stays that while it is held; and it was the connection's if that is not reported
   // gone by now.
   const Fd held(fcntl(found->first, F_DUPFD_CLOEXEC, 0));
-  read_monitor();
+  ReadMonitor();
   if (held && std::any_of(connections_.begin(), connections_.end(), of_connection)) {
     shutdown(held.get(), SHUT_RDWR);
   }
 }
 
-void Door::absorb() {
+void Door::Absorb() {
   Kept kept{};
-  while (token_.has_room() && receive(kept)) {
-    token_.keep(kept.message);
+  while (token_.HasRoom() && Receive(kept)) {
+    token_.Keep(kept.message);
     kept_.push_back(std::move(kept));
   }
 }
 
-int Door::deliver(int limit) {
+int Door::Deliver(int limit) {
   int calls = 0;
   Kept kept{};
   for (int handled = 0; handled < limit; ++handled) {
     if (!kept_.empty()) {
       kept = std::move(kept_.front());
       kept_.pop_front();
-      token_.unkeep(kept.message);
-    } else if (!receive(kept)) {
+      token_.Unkeep(kept.message);
+    } else if (!Receive(kept)) {
       break;
     }
     if (kept.peer->state_ != Peer::State::kSevered) {
-      calls += token_.call_signal_handlers(kept.peer->pid_, *decode_header(kept.message.octets()), kept.message);
+      calls += token_.CallSignalHandlers(kept.peer->pid_, *DecodeHeader(kept.message.octets()), kept.message);
     }
   }
-  if (any_gone_ && !has_work()) {
-    forget_gone_peers();
+  if (any_gone_ && !HasWork()) {
+    ForgetGonePeers();
   }
   return calls;
 }
 
-void Door::forget_gone_peers() {
+void Door::ForgetGonePeers() {
   any_gone_ = false;
   latest_ = nullptr;
   std::erase_if(peers_, [](const auto& entry) { return entry.second->is_gone_; });
   for (const auto& [id, peer] : peers_) {
-    if (peer->state_ == Peer::State::kQueued && !has_other(*peer) && !admit(*peer)) {
-      sever(*peer);
+    if (peer->state_ == Peer::State::kQueued && !HasOther(*peer) && !Admit(*peer)) {
+      Sever(*peer);
     }
   }
 }

@@ -41,7 +41,7 @@ class Peer final : public Channel {
     pid_ = pid;
   }
 
-  void sever() override;
+  void Sever() override;
 
  private:
   friend class Door;
@@ -52,7 +52,7 @@ class Peer final : public Channel {
   //   severed: given up; what it brings is ignored
   enum class State { kQueued, kLinked, kLeaving, kSevered };
 
-  Sent transmit(Message& message) override;
+  Sent Transmit(Message& message) override;
 
   Door& door_;
   RoutingId id_;
@@ -72,15 +72,15 @@ class Door {
   Door& operator=(const Door&) = delete;
 
   // 0 or a negative errno.
-  int open(const std::string& process);
+  int Open(const std::string& process);
 
-  void read_monitor_if_ready();
-  void absorb();
-  int deliver(int limit);
-  bool has_work() const { return socket_ready_ || !kept_.empty(); }
+  void ReadMonitorIfReady();
+  void Absorb();
+  int Deliver(int limit);
+  bool HasWork() const { return socket_ready_ || !kept_.empty(); }
 
   // The subscribers that want an event.
-  std::span<Peer* const> audience(std::uint64_t event) const;
+  std::span<Peer* const> Audience(std::uint64_t event) const;
 
  private:
   friend class Peer;
@@ -90,25 +90,25 @@ class Door {
     Message message;
   };
 
-  Channel::Sent transmit(const RoutingId& id, Message& message);
-  void read_monitor();
-  void connection_gone(int descriptor);
+  Channel::Sent Transmit(const RoutingId& id, Message& message);
+  void ReadMonitor();
+  void ConnectionGone(int descriptor);
   // The serial number of the connection with that descriptor, 0 when there is none.
-  std::uint64_t connection_of(int descriptor) const;
-  bool receive(Kept& kept);
-  bool accept(Message& id, Message& message, Kept& kept);
-  Peer* find(Message& id);
-  bool note_hello(Message& id, Peer* peer, const Header& header, Message& message);
-  bool note_newcomer(const RoutingId& id, const Header& header, Message& message);
-  bool has_other(const Peer& peer) const;  // of the same process
-  bool admit(Peer& peer);
-  bool answer(Peer& peer);
-  void join_audiences(Peer& peer);
-  void leave_audiences(Peer& peer);
-  void stop_serving(Peer& peer);
-  void sever(Peer& peer);
-  void shut(std::uint64_t connection);
-  void forget_gone_peers();
+  std::uint64_t ConnectionOf(int descriptor) const;
+  bool Receive(Kept& kept);
+  bool Accept(Message& id, Message& message, Kept& kept);
+  Peer* Find(Message& id);
+  bool NoteHello(Message& id, Peer* peer, const Header& header, Message& message);
+  bool NoteNewcomer(const RoutingId& id, const Header& header, Message& message);
+  bool HasOther(const Peer& peer) const;  // of the same process
+  bool Admit(Peer& peer);
+  bool Answer(Peer& peer);
+  void JoinAudiences(Peer& peer);
+  void LeaveAudiences(Peer& peer);
+  void StopServing(Peer& peer);
+  void Sever(Peer& peer);
+  void Shut(std::uint64_t connection);
+  void ForgetGonePeers();
 
   vorbus& token_;
   std::string process_;

@@ -19,13 +19,13 @@ class Flow {
   static constexpr int kQueueMessages = 2 * kWindowMessages;
 
   // Sending. The last message may be larger than what is left of the window.
-  bool is_open() const { return untaken_messages_ < kWindowMessages && untaken_octets_ < kWindowOctets; }
-  void sent(std::size_t octets) {
+  bool IsOpen() const { return untaken_messages_ < kWindowMessages && untaken_octets_ < kWindowOctets; }
+  void CountSent(std::size_t octets) {
     ++untaken_messages_;
     untaken_octets_ += octets;
   }
   // What the receiver says; false when that is more than was sent.
-  bool was_taken(std::uint32_t messages, std::uint32_t octets) {
+  bool WasTaken(std::uint32_t messages, std::uint32_t octets) {
     if (messages > untaken_messages_ || octets > untaken_octets_) {
       return false;
     }
@@ -35,14 +35,14 @@ class Flow {
   }
 
   // Receiving.
-  void take(std::size_t octets) {
+  void CountTaken(std::size_t octets) {
     ++taken_messages_;
     taken_octets_ += static_cast<std::uint32_t>(octets);
   }
-  bool report_is_due() const { return taken_messages_ >= kWindowMessages / 8 || taken_octets_ >= kWindowOctets / 8; }
+  bool ReportIsDue() const { return taken_messages_ >= kWindowMessages / 8 || taken_octets_ >= kWindowOctets / 8; }
   std::uint32_t taken_messages() const { return taken_messages_; }
   std::uint32_t taken_octets() const { return taken_octets_; }
-  void reported() { taken_messages_ = taken_octets_ = 0; }
+  void Reported() { taken_messages_ = taken_octets_ = 0; }
 
  private:
   std::uint32_t untaken_messages_ = 0;

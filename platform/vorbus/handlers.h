@@ -24,7 +24,7 @@ template <typename Entry>
 class HandlerTable {
  public:
   template <typename Function>
-  Entry* add(vorbus* token, std::uint64_t identity, Function function, void* user) {
+  Entry* Add(vorbus* token, std::uint64_t identity, Function function, void* user) {
     auto entry = std::make_unique<Entry>();
     entry->token = token;
     entry->identity = identity;
@@ -37,7 +37,7 @@ class HandlerTable {
 
   // Calls call(entry) for each handler that was there when the call began and still is at its turn.
   template <typename Call>
-  void each(std::uint64_t identity, const Call& call) {
+  void Each(std::uint64_t identity, const Call& call) {
     const auto found = lists_.find(identity);
     if (found == lists_.end()) {
       return;
@@ -52,15 +52,15 @@ class HandlerTable {
     }
   }
 
-  bool has(std::uint64_t identity) const {
+  bool Has(std::uint64_t identity) const {
     const auto found = lists_.find(identity);
-    return found != lists_.end() && has_live(found->second);
+    return found != lists_.end() && HasLive(found->second);
   }
 
-  std::vector<std::uint64_t> identities() const {
+  std::vector<std::uint64_t> Identities() const {
     std::vector<std::uint64_t> all;
     for (const auto& [identity, list] : lists_) {
-      if (has_live(list)) {
+      if (HasLive(list)) {
         all.push_back(identity);
       }
     }
@@ -70,12 +70,12 @@ class HandlerTable {
   std::size_t size() const { return lists_.size(); }
 
   // A released entry is not called again; it lives until the next sweep.
-  void release(Entry& entry) {
+  void Release(Entry& entry) {
     entry.released = true;
     released_.push_back(entry.identity);
   }
 
-  void sweep() {
+  void Sweep() {
     for (const std::uint64_t identity : released_) {
       const auto found = lists_.find(identity);
       if (found == lists_.end()) {
@@ -92,7 +92,7 @@ class HandlerTable {
  private:
   using List = std::vector<std::unique_ptr<Entry>>;
 
-  static bool has_live(const List& list) {
+  static bool HasLive(const List& list) {
     return std::any_of(list.begin(), list.end(), [](const auto& entry) { return !entry->released; });
   }
 

@@ -26,36 +26,36 @@ constexpr int kReconnectMs = 3600 * 1000;
 Link::Link(vorbus& token, std::string process) : token_(token), process_(std::move(process)) {}
 
 Link::~Link() {
-  drop_kept();
-  disconnect(state_ == State::kReady ? kFlushMs : 0);
+  DropKept();
+  Disconnect(state_ == State::kReady ? kFlushMs : 0);
 }
 
-vorbus_subscription* Link::subscribe(vorbus_found_fn found, vorbus_lost_fn lost, void* user) {
+vorbus_subscription* Link::Subscribe(vorbus_found_fn found, vorbus_lost_fn lost, void* user) {
   subscriptions_.push_back(std::make_unique<vorbus_subscription>(vorbus_subscription{this, found, lost, user}));
   return subscriptions_.back().get();
 }
 
-bool Link::has_subscribers() const {
+bool Link::HasSubscribers() const {
   return std::any_of(subscriptions_.begin(), subscriptions_.end(), [](const auto& s) { return !s->released; });
 }
 
-void Link::sweep() {
+void Link::Sweep() {
   std::erase_if(subscriptions_, [](const auto& subscription) { return subscription->released; });
 }
 
-void Link::advance(Clock::time_point now) {
+void Link::Advance(Clock::time_point now) {
   if (state_ == State::kWaiting && due_ <= now) {
-    due_ = token_.sees_changes() ? Clock::time_point::max() : now + kMaxBackoff;
-    if (has_subscribers() && token_.directory().has_owner(process_) && !connect()) {
-      disconnect(0);
+    due_ = token_.SeesChanges() ? Clock::time_point::max() : now + kMaxBackoff;
+    if (HasSubscribers() && token_.directory().HasOwner(process_) && !Connect()) {
+      Disconnect(0);
       due_ = now + kMaxBackoff;
     }
   } else if (events_changed_ && (state_ == State::kGreeting || state_ == State::kReady)) {
-    greet();
+    Greet();
   }
 }
 
-bool Link::connect() {
+bool Link::Connect() {
   std::array<std::byte, 16> routing_id{};
   if (getrandom(routing_id.data(), routing_id.size(), 0) != static_cast<ssize_t>(routing_id.size())) {
     return false;
@@ -66,49 +66,49 @@ bool Link::connect() {
     return false;
   }
   zmq_setsockopt(socket_.get(), ZMQ_ROUTING_ID, routing_id.data(), routing_id.size());
-  socket_.set(ZMQ_LINGER, 0);
-  socket_.set(ZMQ_SNDHWM, Flow::kQueueMessages);
-  socket_.set(ZMQ_RCVHWM, Flow::kQueueMessages);
-  socket_.set(ZMQ_RECONNECT_IVL, kReconnectMs);
-  socket_.set(ZMQ_HANDSHAKE_IVL, kHandshakeMs);
+  socket_.Set(ZMQ_LINGER, 0);
+  socket_.Set(ZMQ_SNDHWM, Flow::kQueueMessages);
+  socket_.Set(ZMQ_RCVHWM, Flow::kQueueMessages);
+  socket_.Set(ZMQ_RECONNECT_IVL, kReconnectMs);
+  socket_.Set(ZMQ_HANDSHAKE_IVL, kHandshakeMs);
   const std::int64_t limit = kHeaderSize + kMaxPayload;
   zmq_setsockopt(socket_.get(), ZMQ_MAXMSGSIZE, &limit, sizeof limit);
   monitor_.emplace(token_.context(), socket_, ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_CONNECT_RETRIED);
-  if (!*monitor_ || zmq_connect(socket_.get(), token_.directory().endpoint(process_).c_str()) != 0) {
+  if (!*monitor_ || zmq_connect(socket_.get(), token_.directory().Endpoint(process_).c_str()) != 0) {
     return false;
   }
-  token_.watch(socket_.fd(), &socket_ready_);
-  token_.watch(monitor_->fd(), &monitor_ready_);
+  token_.Watch(socket_.fd(), &socket_ready_);
+  token_.Watch(monitor_->fd(), &monitor_ready_);
   state_ = State::kGreeting;
   monitor_ready_ = true;  // ZeroMQ gives a sign of the next report only to a reader that found none
-  read_monitor_if_ready();
-  return greet() == Sent::kDone;
+  ReadMonitorIfReady();
+  return Greet() == Sent::kDone;
 }
 
-void Link::disconnect(int linger_ms) {
+void Link::Disconnect(int linger_ms) {
   if (state_ == State::kReady) {
-    token_.remove_route(*this);
+    token_.RemoveRoute(*this);
   }
   if (!socket_) {
     return;
   }
   if (monitor_ && *monitor_) {
-    token_.unwatch(monitor_->fd());
+    token_.Unwatch(monitor_->fd());
   }
-  token_.unwatch(socket_.fd());
+  token_.Unwatch(socket_.fd());
   monitor_.reset();
-  socket_.set(ZMQ_LINGER, linger_ms);
+  socket_.Set(ZMQ_LINGER, linger_ms);
   socket_ = Socket();
   socket_ready_ = monitor_ready_ = false;
   state_ = State::kWaiting;
 }
 
-Channel::Sent Link::greet() {
-  const std::vector<std::uint64_t> events = token_.wanted_events();
-  Message hello = make_message({Kind::kHello, pid_, token_.pid(), static_cast<std::uint32_t>(events.size())},
-                               hello_events_size(events.size()));
-  encode_hello_events(hello.data() + kHeaderSize, events);
-  const Sent sent = hand_over(hello);
+Channel::Sent Link::Greet() {
+  const std::vector<std::uint64_t> events = token_.WantedEvents();
+  Message hello = MakeMessage({Kind::kHello, pid_, token_.pid(), static_cast<std::uint32_t>(events.size())},
+                              HelloEventsSize(events.size()));
+  EncodeHelloEvents(hello.data() + kHeaderSize, events);
+  const Sent sent = HandOver(hello);
   if (sent == Sent::kDone) {
     events_changed_ = false;
     ++hellos_unanswered_;
@@ -116,65 +116,65 @@ Channel::Sent Link::greet() {
   return sent;
 }
 
-Channel::Sent Link::transmit(Message& message) {
+Channel::Sent Link::Transmit(Message& message) {
   if (state_ != State::kReady) {
     return Sent::kGone;
   }
-  if (events_changed_ && greet() != Sent::kDone) {
+  if (events_changed_ && Greet() != Sent::kDone) {
     return Sent::kFull;  // the other side is to know of them before it gets this message
   }
-  return hand_over(message);
+  return HandOver(message);
 }
 
-Channel::Sent Link::hand_over(Message& message) {
-  const int error = socket_.send(message);
+Channel::Sent Link::HandOver(Message& message) {
+  const int error = socket_.Send(message);
   socket_ready_ = true;  // a send may have swallowed the sign that something arrived
   return error == 0 ? Sent::kDone : error == EAGAIN ? Sent::kFull : Sent::kGone;
 }
 
-void Link::read_monitor_if_ready() {
+void Link::ReadMonitorIfReady() {
   if (!monitor_ready_) {
     return;
   }
   monitor_ready_ = false;
   // Either event means that this connection is over; all that it brought has been handed over before.
-  while (monitor_ && monitor_->next()) {
-    end();
+  while (monitor_ && monitor_->Next()) {
+    End();
   }
 }
 
-void Link::end() {
+void Link::End() {
   if (state_ != State::kGreeting && state_ != State::kReady) {
     return;
   }
   if (state_ == State::kReady) {
-    token_.remove_route(*this);
+    token_.RemoveRoute(*this);
   }
   state_ = State::kEnding;
   socket_ready_ = true;
 }
 
-void Link::sever() {
-  end();
+void Link::Sever() {
+  End();
   if (state_ == State::kEnding && socket_) {
-    disconnect(0);
+    Disconnect(0);
     state_ = State::kEnding;  // what is kept is still delivered
   }
 }
 
-bool Link::receive(Message& message) {
+bool Link::Receive(Message& message) {
   while (socket_ready_) {
-    if (socket_.receive(message) != 0) {
+    if (socket_.Receive(message) != 0) {
       socket_ready_ = false;
-    } else if (accept(message)) {
+    } else if (Accept(message)) {
       return true;
     }
   }
   return false;
 }
 
-bool Link::accept(Message& message) {
-  const std::optional<Header> header = message.has_more_parts() ? std::nullopt : decode_header(message.octets());
+bool Link::Accept(Message& message) {
+  const std::optional<Header> header = message.HasMoreParts() ? std::nullopt : DecodeHeader(message.octets());
   bool is_well_formed = header.has_value();
   if (is_well_formed && header->to != token_.pid()) {
     return false;
@@ -182,15 +182,15 @@ bool Link::accept(Message& message) {
   if (is_well_formed) {
     switch (header->kind) {
       case Kind::kReady:
-        is_well_formed = note_ready(*header);
+        is_well_formed = NoteReady(*header);
         break;
       case Kind::kTaken:
-        is_well_formed = note_taken(*header);
+        is_well_formed = NoteTaken(*header);
         break;
       case Kind::kSignal:
       case Kind::kEvent:
         if (pid_ != 0) {
-          take(message);
+          Take(message);
           return true;
         }
         is_well_formed = false;
@@ -201,12 +201,12 @@ bool Link::accept(Message& message) {
     }
   }
   if (!is_well_formed) {
-    sever();
+    Sever();
   }
   return false;
 }
 
-bool Link::note_ready(const Header& header) {
+bool Link::NoteReady(const Header& header) {
   if (hellos_unanswered_ == 0 || header.id == 0 || (pid_ != 0 && pid_ != header.id)) {
     return false;
   }
@@ -215,79 +215,79 @@ bool Link::note_ready(const Header& header) {
   if (state_ == State::kEnding || hellos_unanswered_ != 0) {
     return true;
   }
-  if (state_ == State::kGreeting && !(events_changed_ && greet() == Sent::kDone)) {
+  if (state_ == State::kGreeting && !(events_changed_ && Greet() == Sent::kDone)) {
     state_ = State::kReady;
     was_ready_ = true;
     backoff_ = {};
-    token_.add_route(*this);
+    token_.AddRoute(*this);
   }
   return true;
 }
 
-void Link::absorb() {
+void Link::Absorb() {
   if (socket_ready_) {
-    keep_what_came();
+    KeepWhatCame();
   }
 }
 
-void Link::keep_what_came() {
+void Link::KeepWhatCame() {
   Message message;
-  while (token_.has_room() && receive(message)) {
-    token_.keep(message);
+  while (token_.HasRoom() && Receive(message)) {
+    token_.Keep(message);
     kept_.push_back(std::move(message));
   }
 }
 
-void Link::drop_kept() {
+void Link::DropKept() {
   for (const Message& message : kept_) {
-    token_.unkeep(message);
+    token_.Unkeep(message);
   }
   kept_.clear();
 }
 
-bool Link::next(Message& message) {
+bool Link::Next(Message& message) {
   if (!was_ready_) {
-    keep_what_came();  // nothing is delivered before found
+    KeepWhatCame();  // nothing is delivered before found
   }
   if (!was_ready_) {
     return false;
   }
-  report_found();
+  ReportFound();
   if (kept_.empty()) {
-    return receive(message);
+    return Receive(message);
   }
   message = std::move(kept_.front());
   kept_.pop_front();
-  token_.unkeep(message);
+  token_.Unkeep(message);
   return true;
 }
 
-int Link::deliver(int limit) {
+int Link::Deliver(int limit) {
   int calls = 0;
   Message message;
   for (int handled = 0; handled < limit; ++handled) {
-    calls += report_found();
-    if (!has_subscribers() || !next(message)) {
+    calls += ReportFound();
+    if (!HasSubscribers() || !Next(message)) {
       break;
     }
-    const std::optional<Header> header = decode_header(message.octets());
-    calls += header->kind == Kind::kEvent ? token_.call_event_handlers(*header, message)
-                                          : token_.call_signal_handlers(pid_, *header, message);
+    const std::optional<Header> header = DecodeHeader(message.octets());
+    calls += header->kind == Kind::kEvent ? token_.CallEventHandlers(*header, message)
+                                          : token_.CallSignalHandlers(pid_, *header, message);
   }
-  calls += report_found();
+  calls += ReportFound();
   if (state_ == State::kEnding && kept_.empty() && !socket_ready_) {
-    calls += report_lost();
+    calls += ReportLost();
   }
   return calls;
 }
 
-bool Link::has_work() const {
+bool Link::HasWork() const {
   return socket_ready_ || !kept_.empty() || state_ == State::kEnding ||
          (was_ready_ && std::any_of(subscriptions_.begin(), subscriptions_.end(),
                                     [](const auto& s) { return !s->is_found && !s->released; }));
 }
 
-int Link::report_found() {
+int Link::ReportFound() {
   int calls = 0;
   // By index and up to the present end: a callback may add subscriptions.
   const std::size_t count = was_ready_ ? subscriptions_.size() : 0;
@@ -305,9 +305,9 @@ int Link::report_found() {
   return calls;
 }
 
-int Link::report_lost() {
-  disconnect(0);
-  drop_kept();
+int Link::ReportLost() {
+  Disconnect(0);
+  DropKept();
   const Clock::time_point now = Clock::now();
   if (was_ready_) {
     due_ = now;
@@ -320,7 +320,7 @@ int Link::report_lost() {
   events_changed_ = false;
   hellos_unanswered_ = 0;
   pid_ = 0;
-  reset_flow();
+  ResetFlow();
   int calls = 0;
   const std::size_t count = subscriptions_.size();
   for (std::size_t i = 0; i < count; ++i) {

@@ -47,43 +47,43 @@ class Link final : public Channel {
   vorbus& token() const { return token_; }
   const std::string& process() const { return process_; }
 
-  vorbus_subscription* subscribe(vorbus_found_fn found, vorbus_lost_fn lost, void* user);
-  bool has_subscribers() const;
-  void sweep();  // forgets released subscriptions
+  vorbus_subscription* Subscribe(vorbus_found_fn found, vorbus_lost_fn lost, void* user);
+  bool HasSubscribers() const;
+  void Sweep();  // forgets released subscriptions
 
   // A socket of that name came up: look at once.
-  void look() { due_ = Clock::time_point::min(); }
-  // When to call advance; max when there is nothing to wait for.
-  Clock::time_point due() const { return state_ == State::kWaiting ? due_ : Clock::time_point::max(); }
+  void Look() { due_ = Clock::time_point::min(); }
+  // When to call Advance; max when there is nothing to wait for.
+  Clock::time_point Due() const { return state_ == State::kWaiting ? due_ : Clock::time_point::max(); }
   // Connects when it is due; says hello again when the wanted events have changed.
-  void advance(Clock::time_point now);
-  void events_changed() { events_changed_ = true; }
-  void read_monitor_if_ready();
-  // Takes in what has arrived, for a later deliver. Calls no callback.
-  void absorb();
+  void Advance(Clock::time_point now);
+  void EventsChanged() { events_changed_ = true; }
+  void ReadMonitorIfReady();
+  // Takes in what has arrived, for a later Deliver. Calls no callback.
+  void Absorb();
   // Calls the callbacks for at most that many messages; returns their number.
-  int deliver(int limit);
-  bool has_work() const;
+  int Deliver(int limit);
+  bool HasWork() const;
 
-  void sever() override;
+  void Sever() override;
 
  private:
   enum class State { kWaiting, kGreeting, kReady, kEnding };
 
-  Sent transmit(Message& message) override;
-  bool connect();
-  void disconnect(int linger_ms);
-  Sent greet();
-  Sent hand_over(Message& message);
-  void end();
-  bool receive(Message& message);
-  bool accept(Message& message);
-  bool note_ready(const Header& header);
-  void keep_what_came();
-  void drop_kept();
-  bool next(Message& message);
-  int report_found();
-  int report_lost();
+  Sent Transmit(Message& message) override;
+  bool Connect();
+  void Disconnect(int linger_ms);
+  Sent Greet();
+  Sent HandOver(Message& message);
+  void End();
+  bool Receive(Message& message);
+  bool Accept(Message& message);
+  bool NoteReady(const Header& header);
+  void KeepWhatCame();
+  void DropKept();
+  bool Next(Message& message);
+  int ReportFound();
+  int ReportLost();
 
   vorbus& token_;
   std::string process_;

@@ -12,7 +12,7 @@ Monitor::Monitor(void* context, const Socket& watched, int events) {
     return;
   }
   watched_ = watched.get();
-  reports.set(ZMQ_RCVHWM, 0);  // a full queue would stop the thread that moves all of the token's messages
+  reports.Set(ZMQ_RCVHWM, 0);  // a full queue would stop the thread that moves all of the token's messages
   if (zmq_connect(reports.get(), endpoint.c_str()) == 0) {
     reports_ = std::move(reports);
   }
@@ -24,16 +24,16 @@ Monitor::~Monitor() {
   }
 }
 
-std::optional<Monitor::Event> Monitor::next() {
+std::optional<Monitor::Event> Monitor::Next() {
   Message first;
-  if (!reports_ || reports_.receive(first) != 0) {
+  if (!reports_ || reports_.Receive(first) != 0) {
     return std::nullopt;
   }
   Event event{};
   std::memcpy(&event.what, first.data(), sizeof event.what);
   std::memcpy(&event.value, first.data() + sizeof event.what, sizeof event.value);
   Message endpoint;
-  reports_.receive(endpoint);
+  reports_.Receive(endpoint);
   return event;
 }
 

@@ -24,7 +24,7 @@ class Monitor {
 
   explicit operator bool() const { return static_cast<bool>(reports_); }
   int fd() const { return reports_.fd(); }
-  std::optional<Event> next();
+  std::optional<Event> Next();
 
  private:
   void* watched_ = nullptr;

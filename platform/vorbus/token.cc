@@ -23,42 +23,42 @@ constexpr int kDispatchLimit = 1000;  // messages of the door, and of each link
 constexpr int kMaxSockets = 4096;     // three for each process that is subscribed to
 constexpr auto kNever = std::chrono::steady_clock::time_point::max();
 
-Message payload_message(const Header& header, const void* data, std::size_t size) {
-  Message message = bus::make_message(header, size);
+Message PayloadMessage(const Header& header, const void* data, std::size_t size) {
+  Message message = bus::MakeMessage(header, size);
   if (size != 0) {
     std::memcpy(message.data() + bus::kHeaderSize, data, size);
   }
   return message;
 }
 
-void read_counter(int fd) {
+void ReadCounter(int fd) {
   std::uint64_t count = 0;
   [[maybe_unused]] const ssize_t octets = read(fd, &count, sizeof count);
 }
 
 }  // namespace
 
-int vorbus::open(const vorbus_options_t& options, std::unique_ptr<vorbus>* token) {
+int vorbus::Open(const vorbus_options_t& options, std::unique_ptr<vorbus>* token) {
   const milliseconds timeout(options.send_timeout_ms != 0 ? options.send_timeout_ms : 10000);
   std::unique_ptr<vorbus> opened(new vorbus(timeout));
   const char* directory = options.directory;
   if (directory == nullptr) {
     directory = std::getenv("VORBUS_DIR");
   }
-  const int rc = opened->start(options.process, directory != nullptr ? directory : "/run/vorbus");
+  const int rc = opened->Start(options.process, directory != nullptr ? directory : "/run/vorbus");
   if (rc == 0) {
     *token = std::move(opened);
   }
   return rc;
 }
 
-int vorbus::start(const char* process, const char* directory) {
-  if (process != nullptr && !bus::Directory::is_valid_name(process)) {
+int vorbus::Start(const char* process, const char* directory) {
+  if (process != nullptr && !bus::Directory::IsValidName(process)) {
     return -EINVAL;
   }
-  int rc = bus::Directory::open(directory, &directory_);
+  int rc = bus::Directory::Open(directory, &directory_);
   if (rc == 0) {
-    rc = directory_.allocate_pid(&pid_);
+    rc = directory_.AllocatePid(&pid_);
   }
   if (rc != 0) {
     return rc;
@@ -71,11 +71,11 @@ int vorbus::start(const char* process, const char* directory) {
     return -errno;
   }
   zmq_ctx_set(context_, ZMQ_MAX_SOCKETS, kMaxSockets);
-  watch(wake_.get(), &wake_ready_);
-  watch(timer_.get(), &timer_ready_);
+  Watch(wake_.get(), &wake_ready_);
+  Watch(timer_.get(), &timer_ready_);
   if (process != nullptr) {
     door_ = std::make_unique<bus::Door>(*this);
-    rc = door_->open(process);
+    rc = door_->Open(process);
   }
   return rc;
 }
@@ -87,7 +87,7 @@ vorbus::~vorbus() {
   }
 }
 
-void vorbus::watch(int fd, bool* ready) {
+void vorbus::Watch(int fd, bool* ready) {
   epoll_event event{};
   event.events = EPOLLIN;
   event.data.ptr = ready;
@@ -96,13 +96,13 @@ void vorbus::watch(int fd, bool* ready) {
   }
 }
 
-void vorbus::unwatch(int fd) {
+void vorbus::Unwatch(int fd) {
   if (epoll_ctl(poll_.get(), EPOLL_CTL_DEL, fd, nullptr) == 0) {
     --watched_;
   }
 }
 
-void vorbus::wake() {
+void vorbus::Wake() {
   if (!wake_written_) {
     wake_written_ = true;
     const std::uint64_t one = 1;
@@ -110,7 +110,7 @@ void vorbus::wake() {
   }
 }
 
-void vorbus::watch_directory() {
+void vorbus::WatchDirectory() {
   if (changes_) {
     return;
   }
@@ -119,11 +119,11 @@ void vorbus::watch_directory() {
   // second.
   if (changes && inotify_add_watch(changes.get(), directory_.path().c_str(), IN_MOVED_TO | IN_ONLYDIR) >= 0) {
     changes_ = std::move(changes);
-    watch(changes_.get(), &changes_ready_);
+    Watch(changes_.get(), &changes_ready_);
   }
 }
 
-void vorbus::read_directory_changes() {
+void vorbus::ReadDirectoryChanges() {
   alignas(inotify_event) std::array<char, 4096> buffer;
   ssize_t length = 0;
   while ((length = read(changes_.get(), buffer.data(), buffer.size())) > 0) {
@@ -132,14 +132,14 @@ void vorbus::read_directory_changes() {
       at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
       for (const auto& link : links_) {
         if ((event->mask & IN_Q_OVERFLOW) != 0 || (event->len > 0 && link->process() == event->name)) {
-          link->look();
+          link->Look();
         }
       }
     }
   }
 }
 
-void vorbus::collect(milliseconds timeout) {
+void vorbus::Collect(milliseconds timeout) {
   std::array<epoll_event, 64> few;
   std::vector<epoll_event> many;
   epoll_event* events = few.data();
@@ -153,58 +153,58 @@ void vorbus::collect(milliseconds timeout) {
   }
   if (wake_ready_) {
     wake_ready_ = wake_written_ = false;
-    read_counter(wake_.get());
+    ReadCounter(wake_.get());
   }
   if (timer_ready_) {
     timer_ready_ = false;
     timer_set_to_ = kNever;
-    read_counter(timer_.get());
+    ReadCounter(timer_.get());
   }
   if (changes_ready_) {
     changes_ready_ = false;
-    read_directory_changes();
+    ReadDirectoryChanges();
   }
   if (door_) {
-    door_->read_monitor_if_ready();
+    door_->ReadMonitorIfReady();
   }
   for (const auto& link : links_) {
-    link->read_monitor_if_ready();
+    link->ReadMonitorIfReady();
   }
 }
 
-int vorbus::dispatch() {
+int vorbus::Dispatch() {
   if (dispatching_) {
     return -EBUSY;
   }
   dispatching_ = true;
-  collect(milliseconds(0));
+  Collect(milliseconds(0));
   int calls = 0;
   if (door_) {
-    calls += door_->deliver(kDispatchLimit);
+    calls += door_->Deliver(kDispatchLimit);
   }
   // By index: a callback may add links.
   for (std::size_t i = 0; i < links_.size(); ++i) {
-    links_[i]->advance(Clock::now());
-    calls += links_[i]->deliver(kDispatchLimit);
+    links_[i]->Advance(Clock::now());
+    calls += links_[i]->Deliver(kDispatchLimit);
   }
   dispatching_ = false;
-  sweep();
-  if (has_work()) {
-    wake();
+  Sweep();
+  if (HasWork()) {
+    Wake();
   }
-  set_timer();
+  SetTimer();
   return calls;
 }
 
-bool vorbus::has_work() const {
-  return (door_ && door_->has_work()) ||
-         std::any_of(links_.begin(), links_.end(), [](const auto& link) { return link->has_work(); });
+bool vorbus::HasWork() const {
+  return (door_ && door_->HasWork()) ||
+         std::any_of(links_.begin(), links_.end(), [](const auto& link) { return link->HasWork(); });
 }
 
-void vorbus::set_timer() {
+void vorbus::SetTimer() {
   Clock::time_point due = kNever;
   for (const auto& link : links_) {
-    due = std::min(due, link->due());
+    due = std::min(due, link->Due());
   }
   if (due == timer_set_to_) {
     return;
@@ -220,45 +220,45 @@ void vorbus::set_timer() {
   timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &at, nullptr);
 }
 
-void vorbus::sweep() {
+void vorbus::Sweep() {
   if (dispatching_) {
     return;
   }
-  signals_.sweep();
-  events_.sweep();
+  signals_.Sweep();
+  events_.Sweep();
   for (const auto& link : links_) {
-    link->sweep();
+    link->Sweep();
   }
-  std::erase_if(links_, [](const auto& link) { return !link->has_subscribers(); });
+  std::erase_if(links_, [](const auto& link) { return !link->HasSubscribers(); });
 }
 
-int vorbus::subscribe(std::string_view process, vorbus_found_fn found, vorbus_lost_fn lost, void* user,
+int vorbus::Subscribe(std::string_view process, vorbus_found_fn found, vorbus_lost_fn lost, void* user,
                       vorbus_subscription** subscription) {
-  if (!bus::Directory::is_valid_name(process)) {
+  if (!bus::Directory::IsValidName(process)) {
     return -EINVAL;
   }
-  const int rc = directory_.check_length(process);
+  const int rc = directory_.CheckLength(process);
   if (rc != 0) {
     return rc;
   }
-  watch_directory();
+  WatchDirectory();
   auto link =
       std::find_if(links_.begin(), links_.end(), [&](const auto& other) { return other->process() == process; });
   if (link == links_.end()) {
     links_.push_back(std::make_unique<bus::Link>(*this, std::string(process)));
     link = std::prev(links_.end());
   }
-  *subscription = (*link)->subscribe(found, lost, user);
-  wake();
+  *subscription = (*link)->Subscribe(found, lost, user);
+  Wake();
   return 0;
 }
 
-void vorbus::unsubscribe(vorbus_subscription& subscription) {
+void vorbus::Unsubscribe(vorbus_subscription& subscription) {
   subscription.released = true;
-  sweep();
+  Sweep();
 }
 
-int vorbus::send_signal(std::uint32_t to, std::uint64_t signal, const void* data, std::size_t size) {
+int vorbus::SendSignal(std::uint32_t to, std::uint64_t signal, const void* data, std::size_t size) {
   if (size > bus::kMaxPayload) {
     return -EMSGSIZE;
   }
@@ -267,27 +267,27 @@ int vorbus::send_signal(std::uint32_t to, std::uint64_t signal, const void* data
     return -ESRCH;
   }
   const Header header{Kind::kSignal, to, static_cast<std::uint32_t>(signal >> 32), static_cast<std::uint32_t>(signal)};
-  Message message = payload_message(header, data, size);
-  return send_waiting(*route->second, message);
+  Message message = PayloadMessage(header, data, size);
+  return SendWaiting(*route->second, message);
 }
 
-int vorbus::send_waiting(Channel& channel, Message& message) {
+int vorbus::SendWaiting(Channel& channel, Message& message) {
   Clock::time_point deadline = kNever;
-  Channel::Sent sent = channel.send(message);
+  Channel::Sent sent = channel.Send(message);
   bool in_time = true;
-  while (sent == Channel::Sent::kFull && (in_time = wait_for_room(&deadline))) {
-    sent = channel.send(message);
+  while (sent == Channel::Sent::kFull && (in_time = WaitForRoom(&deadline))) {
+    sent = channel.Send(message);
   }
   if (!in_time) {
-    channel.sever();
+    channel.Sever();
   }
   if (!dispatching_) {
-    wake();
+    Wake();
   }
   return sent == Channel::Sent::kDone ? 0 : in_time ? -ESRCH : -ETIMEDOUT;
 }
 
-bool vorbus::wait_for_room(Clock::time_point* deadline) {
+bool vorbus::WaitForRoom(Clock::time_point* deadline) {
   const Clock::time_point now = Clock::now();
   milliseconds timeout(0);
   if (*deadline == kNever) {
@@ -297,100 +297,100 @@ bool vorbus::wait_for_room(Clock::time_point* deadline) {
   } else {
     timeout = std::chrono::ceil<milliseconds>(*deadline - now);
   }
-  collect(timeout);
-  absorb();
+  Collect(timeout);
+  Absorb();
   return true;
 }
 
-void vorbus::absorb() {
+void vorbus::Absorb() {
   if (door_) {
-    door_->absorb();
+    door_->Absorb();
   }
   for (const auto& link : links_) {
-    link->absorb();
+    link->Absorb();
   }
 }
 
-int vorbus::publish(std::uint64_t event, const void* data, std::size_t size) {
+int vorbus::Publish(std::uint64_t event, const void* data, std::size_t size) {
   if (size > bus::kMaxPayload) {
     return -EMSGSIZE;
   }
   if (!door_) {
     return 0;
   }
-  const std::span<bus::Peer* const> audience = door_->audience(event);
+  const std::span<bus::Peer* const> audience = door_->Audience(event);
   audience_.assign(audience.begin(), audience.end());
   if (audience_.empty()) {
     return 0;
   }
   int reached = 0;
   const auto is_done_with = [&](bus::Peer* peer) {
-    if (!peer->has_room()) {
+    if (!peer->HasRoom()) {
       return false;
     }
-    Message message = payload_message(
+    Message message = PayloadMessage(
         {Kind::kEvent, peer->pid(), static_cast<std::uint32_t>(event >> 32), static_cast<std::uint32_t>(event)}, data,
         size);
-    const Channel::Sent sent = peer->send(message);
+    const Channel::Sent sent = peer->Send(message);
     reached += sent == Channel::Sent::kDone ? 1 : 0;
     return sent != Channel::Sent::kFull;
   };
   std::erase_if(audience_, is_done_with);
   // Those that are slow are waited for together.
-  for (Clock::time_point deadline = kNever; !audience_.empty() && wait_for_room(&deadline);) {
+  for (Clock::time_point deadline = kNever; !audience_.empty() && WaitForRoom(&deadline);) {
     std::erase_if(audience_, is_done_with);
   }
   for (bus::Peer* peer : audience_) {
-    peer->sever();
+    peer->Sever();
   }
   if (!dispatching_) {
-    wake();
+    Wake();
   }
   return reached;
 }
 
-vorbus_registration* vorbus::register_signal(std::uint64_t signal, vorbus_sig_fn handler, void* user) {
-  return signals_.add(this, signal, handler, user);
+vorbus_registration* vorbus::RegisterSignal(std::uint64_t signal, vorbus_sig_fn handler, void* user) {
+  return signals_.Add(this, signal, handler, user);
 }
 
-void vorbus::deregister(vorbus_registration& registration) {
-  signals_.release(registration);
-  sweep();
+void vorbus::Deregister(vorbus_registration& registration) {
+  signals_.Release(registration);
+  Sweep();
 }
 
-int vorbus::register_event(std::uint64_t event, vorbus_event_fn handler, void* user, vorbus_eventreg** registration) {
-  const bool is_new = !events_.has(event);
+int vorbus::RegisterEvent(std::uint64_t event, vorbus_event_fn handler, void* user, vorbus_eventreg** registration) {
+  const bool is_new = !events_.Has(event);
   if (is_new && events_.size() >= bus::kMaxWantedEvents) {
     return -ENOSPC;
   }
-  *registration = events_.add(this, event, handler, user);
+  *registration = events_.Add(this, event, handler, user);
   if (is_new) {
-    events_changed();
+    EventsChanged();
   }
   return 0;
 }
 
-void vorbus::deregister(vorbus_eventreg& registration) {
+void vorbus::Deregister(vorbus_eventreg& registration) {
   const std::uint64_t event = registration.identity;
-  events_.release(registration);
-  if (!events_.has(event)) {
-    events_changed();
+  events_.Release(registration);
+  if (!events_.Has(event)) {
+    EventsChanged();
   }
-  sweep();
+  Sweep();
 }
 
-void vorbus::events_changed() {
+void vorbus::EventsChanged() {
   for (const auto& link : links_) {
-    link->events_changed();
+    link->EventsChanged();
   }
-  wake();
+  Wake();
 }
 
-int vorbus::call_signal_handlers(std::uint32_t sender, const Header& header, Message& message) {
+int vorbus::CallSignalHandlers(std::uint32_t sender, const Header& header, Message& message) {
   int calls = 0;
   const std::size_t size = message.size() - bus::kHeaderSize;
   void* data = size != 0 ? message.data() + bus::kHeaderSize : nullptr;
-  signals_.each(bus::identity(header.id, header.number), [&](const vorbus_registration& registration) {
+  signals_.Each(bus::Identity(header.id, header.number), [&](const vorbus_registration& registration) {
     const vorbus_pid_t pid = sender;
     registration.function(this, registration.user, &pid, data, size);
     ++calls;
@@ -398,22 +398,22 @@ int vorbus::call_signal_handlers(std::uint32_t sender, const Header& header, Mes
   return calls;
 }
 
-int vorbus::call_event_handlers(const Header& header, Message& message) {
+int vorbus::CallEventHandlers(const Header& header, Message& message) {
   int calls = 0;
   const std::size_t size = message.size() - bus::kHeaderSize;
   void* data = size != 0 ? message.data() + bus::kHeaderSize : nullptr;
-  events_.each(bus::identity(header.id, header.number), [&](const vorbus_eventreg& registration) {
+  events_.Each(bus::Identity(header.id, header.number), [&](const vorbus_eventreg& registration) {
     registration.function(this, registration.user, data, size);
     ++calls;
   });
   return calls;
 }
 
-void vorbus::add_route(Channel& channel) {
+void vorbus::AddRoute(Channel& channel) {
   routes_.try_emplace(channel.pid(), &channel);
 }
 
-void vorbus::remove_route(const Channel& channel) {
+void vorbus::RemoveRoute(const Channel& channel) {
   const auto found = routes_.find(channel.pid());
   if (found != routes_.end() && found->second == &channel) {
     routes_.erase(found);

@@ -29,38 +29,38 @@ struct vorbus {
   ~vorbus();
 
   // The functions of the C interface; the same results.
-  static int open(const vorbus_options_t& options, std::unique_ptr<vorbus>* token);
+  static int Open(const vorbus_options_t& options, std::unique_ptr<vorbus>* token);
   std::uint32_t pid() const { return pid_; }
   int fd() const { return poll_.get(); }
-  int dispatch();
-  int subscribe(std::string_view process, vorbus_found_fn found, vorbus_lost_fn lost, void* user,
+  int Dispatch();
+  int Subscribe(std::string_view process, vorbus_found_fn found, vorbus_lost_fn lost, void* user,
                 vorbus_subscription** subscription);
-  void unsubscribe(vorbus_subscription& subscription);
-  int send_signal(std::uint32_t to, std::uint64_t signal, const void* data, std::size_t size);
-  vorbus_registration* register_signal(std::uint64_t signal, vorbus_sig_fn handler, void* user);
-  void deregister(vorbus_registration& registration);
-  int publish(std::uint64_t event, const void* data, std::size_t size);
-  int register_event(std::uint64_t event, vorbus_event_fn handler, void* user, vorbus_eventreg** registration);
-  void deregister(vorbus_eventreg& registration);
+  void Unsubscribe(vorbus_subscription& subscription);
+  int SendSignal(std::uint32_t to, std::uint64_t signal, const void* data, std::size_t size);
+  vorbus_registration* RegisterSignal(std::uint64_t signal, vorbus_sig_fn handler, void* user);
+  void Deregister(vorbus_registration& registration);
+  int Publish(std::uint64_t event, const void* data, std::size_t size);
+  int RegisterEvent(std::uint64_t event, vorbus_event_fn handler, void* user, vorbus_eventreg** registration);
+  void Deregister(vorbus_eventreg& registration);
 
   // What the links and the door use.
   void* context() const { return context_; }
   const bus::Directory& directory() const { return directory_; }
-  void watch(int fd, bool* ready);  // *ready is set when fd is readable
-  void unwatch(int fd);
-  void wake();  // vorbus_fd becomes readable
-  // Whether Link::look is called when a socket comes up.
-  bool sees_changes() const { return static_cast<bool>(changes_); }
-  std::vector<std::uint64_t> wanted_events() const { return events_.identities(); }
-  int call_signal_handlers(std::uint32_t sender, const bus::Header& header, bus::Message& message);
-  int call_event_handlers(const bus::Header& header, bus::Message& message);
+  void Watch(int fd, bool* ready);  // *ready is set when fd is readable
+  void Unwatch(int fd);
+  void Wake();  // vorbus_fd becomes readable
+  // Whether Link::Look is called when a socket comes up.
+  bool SeesChanges() const { return static_cast<bool>(changes_); }
+  std::vector<std::uint64_t> WantedEvents() const { return events_.Identities(); }
+  int CallSignalHandlers(std::uint32_t sender, const bus::Header& header, bus::Message& message);
+  int CallEventHandlers(const bus::Header& header, bus::Message& message);
   // The channel by which signals to a process go: the first that comes keeps it, so that they stay in order.
-  void add_route(bus::Channel& channel);
-  void remove_route(const bus::Channel& channel);
+  void AddRoute(bus::Channel& channel);
+  void RemoveRoute(const bus::Channel& channel);
   // What senders that wait have taken in for the next dispatch.
-  bool has_room() const { return kept_octets_ < kMaxKeptOctets; }
-  void keep(const bus::Message& message) { kept_octets_ += message.size() + sizeof(bus::Message); }
-  void unkeep(const bus::Message& message) { kept_octets_ -= message.size() + sizeof(bus::Message); }
+  bool HasRoom() const { return kept_octets_ < kMaxKeptOctets; }
+  void Keep(const bus::Message& message) { kept_octets_ += message.size() + sizeof(bus::Message); }
+  void Unkeep(const bus::Message& message) { kept_octets_ -= message.size() + sizeof(bus::Message); }
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -68,19 +68,19 @@ struct vorbus {
   static constexpr std::size_t kMaxKeptOctets = std::size_t{256} << 20;
 
   explicit vorbus(std::chrono::milliseconds send_timeout) : send_timeout_(send_timeout) {}
-  int start(const char* process, const char* directory);
-  void watch_directory();
-  void collect(std::chrono::milliseconds timeout);
-  void read_directory_changes();
-  void absorb();
-  bool has_work() const;
-  void set_timer();
-  void sweep();
-  int send_waiting(bus::Channel& channel, bus::Message& message);
+  int Start(const char* process, const char* directory);
+  void WatchDirectory();
+  void Collect(std::chrono::milliseconds timeout);
+  void ReadDirectoryChanges();
+  void Absorb();
+  bool HasWork() const;
+  void SetTimer();
+  void Sweep();
+  int SendWaiting(bus::Channel& channel, bus::Message& message);
   // Lets some time pass, in which messages come in and none is handled. False when the send timeout is over; *deadline
   // is max at the first call.
-  bool wait_for_room(Clock::time_point* deadline);
-  void events_changed();
+  bool WaitForRoom(Clock::time_point* deadline);
+  void EventsChanged();
 
   std::chrono::milliseconds send_timeout_;
   void* context_ = nullptr;

@@ -15,7 +15,7 @@ constexpr char kDefaultConfiguration[] =
     "*.WARN >stderr; vorbus\n";
 
 // A program that has set zlog up itself keeps its configuration.
-void set_up_zlog() {
+void SetUpZlog() {
   const char* file = std::getenv("VORBUS_LOG_CONF");
   if (file != nullptr && *file != '\0') {
     zlog_init(file);
@@ -32,6 +32,6 @@ zlog_category_s* vorbus_trace_init(vorbus_t* token, const char* category) {
     return nullptr;
   }
   static std::once_flag is_set_up;
-  std::call_once(is_set_up, set_up_zlog);
+  std::call_once(is_set_up, SetUpZlog);
   return zlog_get_category(category);
 }

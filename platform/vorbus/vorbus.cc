@@ -12,7 +12,7 @@ namespace {
 
 // The result of the function, or the error number of what it ran out of.
 template <typename Function>
-int guarded(const Function& function) noexcept {
+int Guarded(const Function& function) noexcept {
   try {
     return function();
   } catch (const std::bad_alloc&) {
@@ -22,9 +22,9 @@ int guarded(const Function& function) noexcept {
 
 // The same for functions that return a handle through their argument.
 template <typename Handle, typename Function>
-Handle* guarded_handle(const Function& function) noexcept {
+Handle* GuardedHandle(const Function& function) noexcept {
   Handle* handle = nullptr;
-  const int rc = guarded([&] { return function(&handle); });
+  const int rc = Guarded([&] { return function(&handle); });
   if (rc != 0) {
     errno = -rc;
     return nullptr;
@@ -32,19 +32,19 @@ Handle* guarded_handle(const Function& function) noexcept {
   return handle;
 }
 
-std::uint64_t identity_of(const vorbus_sig_t& signal) {
-  return bus::identity(signal.block->id, signal.number);
+std::uint64_t IdentityOf(const vorbus_sig_t& signal) {
+  return bus::Identity(signal.block->id, signal.number);
 }
 
-std::uint64_t identity_of(const vorbus_event_t& event) {
-  return bus::identity(event.group->id, event.number);
+std::uint64_t IdentityOf(const vorbus_event_t& event) {
+  return bus::Identity(event.group->id, event.number);
 }
 
-bool is_valid(const vorbus_sig_t* signal) {
+bool IsValid(const vorbus_sig_t* signal) {
   return signal != nullptr && signal->block != nullptr;
 }
 
-bool is_valid(const vorbus_event_t* event) {
+bool IsValid(const vorbus_event_t* event) {
   return event != nullptr && event->group != nullptr;
 }
 
@@ -56,7 +56,7 @@ int vorbus_open(const vorbus_options_t* options, vorbus_t** token) {
   }
   *token = nullptr;
   std::unique_ptr<vorbus> opened;
-  const int rc = guarded([&] { return vorbus::open(options != nullptr ? *options : vorbus_options_t{}, &opened); });
+  const int rc = Guarded([&] { return vorbus::Open(options != nullptr ? *options : vorbus_options_t{}, &opened); });
   *token = opened.release();
   return rc;
 }
@@ -77,73 +77,73 @@ int vorbus_fd(const vorbus_t* token) {
 }
 
 int vorbus_dispatch(vorbus_t* token) {
-  return token != nullptr ? guarded([&] { return token->dispatch(); }) : -EINVAL;
+  return token != nullptr ? Guarded([&] { return token->Dispatch(); }) : -EINVAL;
 }
 
 vorbus_subscription_t* vorbus_proc_subscribe(vorbus_t* token, const vorbus_proc_t* process, vorbus_found_fn found,
                                              vorbus_lost_fn lost, void* user) {
-  return guarded_handle<vorbus_subscription_t>([&](vorbus_subscription_t** subscription) {
+  return GuardedHandle<vorbus_subscription_t>([&](vorbus_subscription_t** subscription) {
     if (token == nullptr || process == nullptr) {
       return -EINVAL;
     }
     const std::string_view name(process->name, strnlen(process->name, sizeof process->name));
-    return token->subscribe(name, found, lost, user, subscription);
+    return token->Subscribe(name, found, lost, user, subscription);
   });
 }
 
 void vorbus_proc_unsubscribe(vorbus_subscription_t** subscription) {
   if (subscription != nullptr && *subscription != nullptr) {
-    (*subscription)->link->token().unsubscribe(**subscription);
+    (*subscription)->link->token().Unsubscribe(**subscription);
     *subscription = nullptr;
   }
 }
 
 int vorbus_sig_send(vorbus_t* token, const vorbus_pid_t* to, const vorbus_sig_t* signal, const void* data,
                     size_t size) {
-  if (token == nullptr || to == nullptr || !is_valid(signal) || (data == nullptr && size != 0)) {
+  if (token == nullptr || to == nullptr || !IsValid(signal) || (data == nullptr && size != 0)) {
     return -EINVAL;
   }
-  return guarded([&] { return token->send_signal(*to, identity_of(*signal), data, size); });
+  return Guarded([&] { return token->SendSignal(*to, IdentityOf(*signal), data, size); });
 }
 
 vorbus_registration_t* vorbus_sig_register_sized(vorbus_t* token, const vorbus_sig_t* signal, vorbus_sig_fn handler,
                                                  void* user) {
-  return guarded_handle<vorbus_registration_t>([&](vorbus_registration_t** registration) {
-    if (token == nullptr || !is_valid(signal) || handler == nullptr) {
+  return GuardedHandle<vorbus_registration_t>([&](vorbus_registration_t** registration) {
+    if (token == nullptr || !IsValid(signal) || handler == nullptr) {
       return -EINVAL;
     }
-    *registration = token->register_signal(identity_of(*signal), handler, user);
+    *registration = token->RegisterSignal(IdentityOf(*signal), handler, user);
     return 0;
   });
 }
 
 void vorbus_sig_deregister(vorbus_registration_t** registration) {
   if (registration != nullptr && *registration != nullptr) {
-    (*registration)->token->deregister(**registration);
+    (*registration)->token->Deregister(**registration);
     *registration = nullptr;
   }
 }
 
 int vorbus_event_publish(vorbus_t* token, const vorbus_event_t* event, const void* data, size_t size) {
-  if (token == nullptr || !is_valid(event) || (data == nullptr && size != 0)) {
+  if (token == nullptr || !IsValid(event) || (data == nullptr && size != 0)) {
     return -EINVAL;
   }
-  return guarded([&] { return token->publish(identity_of(*event), data, size); });
+  return Guarded([&] { return token->Publish(IdentityOf(*event), data, size); });
 }
 
 vorbus_eventreg_t* vorbus_event_register_sized(vorbus_t* token, const vorbus_event_t* event, vorbus_event_fn handler,
                                                void* user) {
-  return guarded_handle<vorbus_eventreg_t>([&](vorbus_eventreg_t** registration) {
-    if (token == nullptr || !is_valid(event) || handler == nullptr) {
+  return GuardedHandle<vorbus_eventreg_t>([&](vorbus_eventreg_t** registration) {
+    if (token == nullptr || !IsValid(event) || handler == nullptr) {
       return -EINVAL;
     }
-    return token->register_event(identity_of(*event), handler, user, registration);
+    return token->RegisterEvent(IdentityOf(*event), handler, user, registration);
   });
 }
 
 void vorbus_event_deregister(vorbus_eventreg_t** registration) {
   if (registration != nullptr && *registration != nullptr) {
-    (*registration)->token->deregister(**registration);
+    (*registration)->token->Deregister(**registration);
     *registration = nullptr;
   }
 }

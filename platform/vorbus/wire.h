@@ -35,40 +35,40 @@ struct Header {
 };
 
 // One number for the two of an event or signal identity.
-constexpr std::uint64_t identity(std::uint32_t id, std::uint32_t number) {
+constexpr std::uint64_t Identity(std::uint32_t id, std::uint32_t number) {
   return std::uint64_t{id} << 32 | number;
 }
 
-inline void put_u32(std::byte* to, std::uint32_t value) {
+inline void PutU32(std::byte* to, std::uint32_t value) {
   const std::uint32_t big_endian = __builtin_bswap32(value);
   std::memcpy(to, &big_endian, sizeof big_endian);
 }
 
-inline std::uint32_t get_u32(const std::byte* from) {
+inline std::uint32_t GetU32(const std::byte* from) {
   std::uint32_t big_endian = 0;
   std::memcpy(&big_endian, from, sizeof big_endian);
   return __builtin_bswap32(big_endian);
 }
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "put_u32 and get_u32 swap");
 
-inline void encode_header(std::byte* to, const Header& header) {
+inline void EncodeHeader(std::byte* to, const Header& header) {
   to[0] = std::byte{kWireMagic};
   to[1] = std::byte{kWireVersion};
   to[2] = static_cast<std::byte>(header.kind);
   to[3] = std::byte{0};
-  put_u32(to + 4, header.to);
-  put_u32(to + 8, header.id);
-  put_u32(to + 12, header.number);
+  PutU32(to + 4, header.to);
+  PutU32(to + 8, header.id);
+  PutU32(to + 12, header.number);
 }
 
 // Nothing when the octets are not a message of this version: too short or too long, an unknown kind, a payload that the
 // kind does not have.
-std::optional<Header> decode_header(std::span<const std::byte> message);
+std::optional<Header> DecodeHeader(std::span<const std::byte> message);
 
 // The events of a hello, behind its header.
-std::size_t hello_events_size(std::size_t count);
-void encode_hello_events(std::byte* to, std::span<const std::uint64_t> events);
-std::vector<std::uint64_t> decode_hello_events(std::span<const std::byte> message);  // of a message that decodes
+std::size_t HelloEventsSize(std::size_t count);
+void EncodeHelloEvents(std::byte* to, std::span<const std::uint64_t> events);
+std::vector<std::uint64_t> DecodeHelloEvents(std::span<const std::byte> message);  // of a message that decodes
 
 }  // namespace bus
 

@@ -34,7 +34,7 @@ class Message {
   std::byte* data() { return static_cast<std::byte*>(zmq_msg_data(&message_)); }
   std::size_t size() const { return zmq_msg_size(&message_); }
   std::span<const std::byte> octets() { return {data(), size()}; }
-  bool has_more_parts() const { return zmq_msg_more(&message_) != 0; }
+  bool HasMoreParts() const { return zmq_msg_more(&message_) != 0; }
 
   // The descriptor of the connection that it came on, or -1.
   int connection() { return zmq_msg_get(&message_, ZMQ_SRCFD); }
@@ -69,7 +69,7 @@ class Socket {
   explicit operator bool() const { return socket_ != nullptr; }
   void* get() const { return socket_; }
 
-  void set(int option, int value) { zmq_setsockopt(socket_, option, &value, sizeof value); }
+  void Set(int option, int value) { zmq_setsockopt(socket_, option, &value, sizeof value); }
 
   int fd() const {
     int fd = -1;
@@ -78,7 +78,7 @@ class Socket {
     return fd;
   }
 
-  int receive(Message& message) {
+  int Receive(Message& message) {
     while (zmq_msg_recv(message.get(), socket_, ZMQ_DONTWAIT) < 0) {
       if (errno != EINTR) {
         return errno;
@@ -87,7 +87,7 @@ class Socket {
     return 0;
   }
 
-  int send(Message& message) {
+  int Send(Message& message) {
     while (zmq_msg_send(message.get(), socket_, ZMQ_DONTWAIT) < 0) {
       if (errno != EINTR) {
         return errno;
@@ -96,7 +96,7 @@ class Socket {
     return 0;
   }
 
-  int send_first_part(std::span<const std::byte> part) {
+  int SendFirstPart(std::span<const std::byte> part) {
     while (zmq_send(socket_, part.data(), part.size(), ZMQ_DONTWAIT | ZMQ_SNDMORE) < 0) {
       if (errno != EINTR) {
         return errno;
