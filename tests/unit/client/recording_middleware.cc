@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <map>
+#include <new>
 #include <utility>
 
 #include "cfm/identities.h"
@@ -499,6 +499,9 @@ vorbus_subscription_t* vorbus_proc_subscribe(vorbus_t* token, const vorbus_proc_
   Entry entry = recording::Subscribed(name);
   entry.text = recording::WithToken(std::move(entry.text), token);
   middleware.Add(std::move(entry));
+  if (middleware.subscribe_throws) {
+    throw std::bad_alloc();
+  }
   if (middleware.subscribe_fails) {
     errno = ENOMEM;
     return nullptr;

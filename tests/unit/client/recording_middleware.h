@@ -116,6 +116,7 @@ class Middleware {
 
   // Behaviour, changed by a test at any time.
   bool subscribe_fails = false;
+  bool subscribe_throws = false;  ///< std::bad_alloc
   bool registrations_fail = false;
   bool trace_init_fails = false;
   int send_result = 0;
