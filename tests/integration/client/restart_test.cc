@@ -154,6 +154,9 @@ TEST_F(Restart, OfTheServerTwentyTimesInARowWhileTheConfigurationChanges) {
     random.Change(configuration);
     element_.application().Give(configuration);
     element_.StartServer();
+    if (i % 2 == 0) {  // the other half are killed as they come up
+      element_.application().AwaitLine("found");
+    }
   }
   element_.Synchronise();
   element_.application().AwaitApplied();

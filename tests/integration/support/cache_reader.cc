@@ -68,6 +68,10 @@ std::optional<vorbus_pid_t> CacheReader::WaitForServer(std::chrono::milliseconds
   return found ? std::optional(server_) : std::nullopt;
 }
 
+bool CacheReader::Ask(std::chrono::milliseconds timeout) {
+  return WaitForServer(timeout) && vorbus_sig_send(token_, &server_, CFM_MGR_C2S_SIG_CACHE_GET, nullptr, 0) == 0;
+}
+
 std::optional<client_server::OpCacheSync> CacheReader::Read(std::chrono::milliseconds timeout) {
   const auto deadline = Clock::now() + timeout;
   vorbus_pid_t asked = 0;

@@ -23,6 +23,9 @@ class CacheReader {
   // As last seen; 0: none.
   vorbus_pid_t server() const { return server_; }
 
+  // Asks the server for its cache as soon as it is there, and does not wait for the reply. False: it did not come in
+  // time.
+  bool Ask(std::chrono::milliseconds timeout);
   // Asks the present server for its cache; nothing when no reply comes within the time.
   std::optional<client_server::OpCacheSync> Read(std::chrono::milliseconds timeout);
 
