@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "pdu/decoded.h"
 #include "pdu/reader.h"
@@ -42,6 +43,10 @@ struct Header {
 Decoded<Header> DecodeHeader(Octets pdu);
 
 void WriteHeader(Writer& writer, const Header& header);
+
+/// Replies that are octet for octet the request, with another opcode. `pdu` has passed a decoder. Octets written; 0
+/// when the buffer is too small.
+std::size_t CopyWithOpcode(Octets pdu, Opcode opcode, std::span<std::uint8_t> buffer);
 
 /// A PDU of which the fixed fields are known to be there.
 struct Body {

@@ -21,14 +21,14 @@ struct Maid {
   bool operator==(const Maid&) const = default;
 };
 
-enum class MdNameFormat : std::uint8_t {
+enum class MdNameFormat : std::uint32_t {
   kNone = 1,           ///< the name is not sent
   kDnsLike = 2,        ///< "example.net"
   kMacAndInteger = 3,  ///< "00:11:22:33:44:55:7": an address and 0 to 65535
   kString = 4,         ///< 1 to 43 printable characters
 };
 
-enum class MaNameFormat : std::uint8_t {
+enum class MaNameFormat : std::uint32_t {
   kPrimaryVid = 1,  ///< "100": 1 to 4094
   kString = 2,      ///< 1 to 45 printable characters
   kUint16 = 3,      ///< "65535"

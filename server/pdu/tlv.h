@@ -38,6 +38,10 @@ struct SenderId {
   Octets management_address;
 };
 
+/// The form of chassis ids and port ids: a length; when it is not 0, a subtype and as many octets.
+void ReadSubtyped(Reader& value, std::uint8_t& subtype, Octets& id);
+void WriteSubtyped(Writer& writer, std::uint8_t subtype, Octets id);
+
 SenderId ReadSenderId(Reader& value);
 void WriteSenderId(Writer& writer, const std::optional<SenderId>& sender_id);
 

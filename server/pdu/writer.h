@@ -21,7 +21,9 @@ class Writer {
   void u32(std::uint32_t value);
   void mac(const MacAddress& address);
   void octets(Octets octets);
-  /// An octet that says how many follow, and those. More than 255 do not fit.
+  /// An octet that says how many follow. More than 255 do not fit.
+  void count(std::size_t octets);
+  /// The same, and those.
   void counted_octets(Octets octets);
   void zeros(std::size_t count);
 
