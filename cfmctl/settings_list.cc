@@ -111,7 +111,7 @@ SettingsList SettingsOf(const cfm::probe_cfg& cfg) {
       {"association", cfg.ma_name, Change::kUpdate},
       {"local-mep", Number(cfg.local_mep_id), Change::kUpdate},
       {"remote-mep", Number(cfg.remote_mep_id), Change::kUpdate},
-      {"interval", fmt::format("{}s", cfg.interval), Change::kUpdate},
+      {"interval", FormatDuration(std::chrono::seconds(cfg.interval)), Change::kUpdate},
   };
 }
 

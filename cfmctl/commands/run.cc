@@ -9,6 +9,7 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "cfm/client.h"
@@ -119,7 +120,10 @@ class Runner {
     try {
       std::string text = ReadFile(options_.config_file);
       if (!forced && text == refused_) return;
-      if (!forced && text == configuration_.text) return;
+      if (!forced && text == configuration_.text) {
+        if (!std::exchange(refused_, {}).empty()) Say("file is as it was applied, nothing to change");
+        return;
+      }
       refused_ = text;
       Configuration next = ParseFile(options_.config_file, std::move(text));
       refused_.clear();
