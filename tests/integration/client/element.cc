@@ -70,6 +70,7 @@ void Application::Note(const std::string& line) {
     --given_;
   } else if (line == "lost") {
     synchronised_ = 0;
+    ++losses_;
   } else if (line.starts_with(kSynchronised)) {
     synchronised_ = static_cast<vorbus_pid_t>(std::stoul(line.substr(kSynchronised.size())));
   }

@@ -36,8 +36,8 @@ class Application {
   std::string AwaitLine(std::string_view prefix);
   // The next line, whatever it is.
   std::string NextLine();
-  // Nothing has been handed over that is not applied or stored yet, as far as its lines were read.
-  bool HasApplied() const { return given_ == 0; }
+  // How often it lost the server, as far as its lines were read.
+  unsigned losses() const { return losses_; }
 
  private:
   void Note(const std::string& line);
@@ -45,6 +45,7 @@ class Application {
   const TempDir& directory_;
   Process process_;
   unsigned given_ = 0;
+  unsigned losses_ = 0;
   vorbus_pid_t synchronised_ = 0;  // by its last line about it; 0: lost since, or never
 };
 
