@@ -1,5 +1,4 @@
 // cfm-mgr: takes its options, attaches to the middleware under its process name and serves until it is told to end.
-#include <sys/mman.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 #include <zlog.h>
@@ -11,8 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 
@@ -56,7 +55,7 @@ int OpenSignals() {
   return fd;
 }
 
-// The middleware sets logging up from the file that $VORBUS_LOG_CONF names: this names one in memory, with the level.
+// Before the middleware sets logging up, which leaves it alone then.
 void ConfigureLogging(const std::string& level) {
   const std::string rules =
       "[formats]\n"
@@ -64,11 +63,7 @@ void ConfigureLogging(const std::string& level) {
       "[rules]\n"
       "*." +
       level + " >stderr; line\n";
-  const int fd = memfd_create("cfm-mgr-log", 0);
-  if (fd < 0 || write(fd, rules.data(), rules.size()) != static_cast<ssize_t>(rules.size())) {
-    throw std::system_error(errno, std::generic_category(), "the log configuration");
-  }
-  setenv("VORBUS_LOG_CONF", ("/proc/self/fd/" + std::to_string(fd)).c_str(), 1);
+  if (zlog_init_from_string(rules.c_str()) != 0) throw std::runtime_error("logging cannot be set up");
 }
 
 // The directory that the middleware uses for these options, for messages.
@@ -136,13 +131,12 @@ int Run(int argc, char** argv) {
   app.add_option("--socket-dir", options.directory,
                  "directory of the middleware's sockets (default: $VORBUS_DIR, else /run/vorbus)")
       ->type_name("DIR");
-  const std::map<std::string, std::string> levels = {
-      {"error", "ERROR"}, {"warn", "WARN"}, {"info", "INFO"}, {"debug", "DEBUG"}};
-  app.add_option("--log-level", options.log_level,
-                 "least level that is written to standard error: error, warn, info or debug (default: what the file "
-                 "that $VORBUS_LOG_CONF names says, else warn)")
+  app.add_option(
+         "--log-level", options.log_level,
+         "least level that is written to standard error (default: what the file that $VORBUS_LOG_CONF names says, "
+         "else warn)")
       ->type_name("LEVEL")
-      ->transform(CLI::CheckedTransformer(levels).description(""));
+      ->check(CLI::IsMember({"error", "warn", "info", "debug"}));
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
