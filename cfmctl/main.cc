@@ -58,6 +58,14 @@ int Main(int argc, char** argv) {
   cfmctl::AddApply(app, invocation);
   cfmctl::AddRun(app, invocation);
   cfmctl::AddShow(app, invocation);
+  cfmctl::AddStatus(app, invocation);
+  cfmctl::AddWatch(app, invocation);
+  cfmctl::AddStats(app, invocation);
+  cfmctl::AddClearStats(app, invocation);
+  cfmctl::AddLinktrace(app, invocation);
+  cfmctl::AddLoopback(app, invocation);
+  cfmctl::AddDelay(app, invocation);
+  cfmctl::AddSessions(app, invocation);
 
   try {
     app.parse(argc, argv);

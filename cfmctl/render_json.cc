@@ -1,17 +1,9 @@
-#include <nlohmann/json.hpp>
-
+#include "json.h"
 #include "render.h"
 #include "settings_list.h"
 
 namespace cfmctl {
 namespace {
-
-using Json = nlohmann::ordered_json;
-
-/// Text from the network need not be UTF-8.
-std::string Dump(const Json& json) {
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
 
 Json ToJson(const Setting& setting) {
   return std::visit([](const auto& value) { return Json(value); }, setting.value);

@@ -15,9 +15,10 @@ Session::Session(const ServerOptions& options)
       signals_(loop_, {SIGINT, SIGTERM}, [this](int signal) { signal_ = signal; }),
       link_(loop_, options.socket_directory) {}
 
-bool Session::Wait(const std::function<bool()>& done, std::chrono::milliseconds patience) {
-  const bool in_time =
-      loop_.RunUntil([this, &done] { return signal_ != 0 || done(); }, EventLoop::Clock::now() + patience);
+bool Session::Wait(const std::function<bool()>& done, std::optional<std::chrono::milliseconds> patience) {
+  std::optional<EventLoop::Clock::time_point> deadline;
+  if (patience) deadline = EventLoop::Clock::now() + *patience;
+  const bool in_time = loop_.RunUntil([this, &done] { return signal_ != 0 || done(); }, deadline);
   if (signal_ != 0) throw Failure(kSignalBase + signal_, fmt::format("ended by {}", strsignal(signal_)));
   return in_time;
 }

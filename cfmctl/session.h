@@ -27,8 +27,9 @@ class Session {
   ServerLink& link() { return link_; }
   const ServerOptions& options() const { return options_; }
 
-  /// Runs the loop until `done` holds; false when the patience ended first. Throws Failure on SIGINT and SIGTERM.
-  bool Wait(const std::function<bool()>& done, std::chrono::milliseconds patience);
+  /// Runs the loop until `done` holds; false when the patience, if there is any, ended first. Throws Failure on SIGINT
+  /// and SIGTERM.
+  bool Wait(const std::function<bool()>& done, std::optional<std::chrono::milliseconds> patience);
 
   /// Throws Failure with kNoServer when none comes within the time-out.
   void WaitForServer();

@@ -47,6 +47,11 @@ std::string Count(std::size_t number, std::string_view singular, std::string_vie
   return text.append(singular) + "s";
 }
 
+std::string PercentText(std::uint64_t part, std::uint64_t whole) {
+  const double percent = whole == 0 ? 0 : 100 * static_cast<double>(part) / static_cast<double>(whole);
+  return fmt::format("{:.4g}%", percent);
+}
+
 std::optional<std::uint64_t> ParseNumber(std::string_view text) {
   std::uint64_t number = 0;
   const char* end = text.data() + text.size();

@@ -19,6 +19,9 @@ std::string Count(std::size_t number, std::string_view singular, std::string_vie
 /// "100,000"
 std::string Grouped(std::size_t number);
 
+/// "12.5%"; 0% of nothing.
+std::string PercentText(std::uint64_t part, std::uint64_t whole);
+
 /// A decimal number without sign, exponent or leading blanks; nothing else is a number.
 std::optional<std::uint64_t> ParseNumber(std::string_view text);
 

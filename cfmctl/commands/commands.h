@@ -27,6 +27,14 @@ void AddCheck(CLI::App& app, Invocation& invocation);
 void AddApply(CLI::App& app, Invocation& invocation);
 void AddRun(CLI::App& app, Invocation& invocation);
 void AddShow(CLI::App& app, Invocation& invocation);
+void AddStatus(CLI::App& app, Invocation& invocation);
+void AddWatch(CLI::App& app, Invocation& invocation);
+void AddStats(CLI::App& app, Invocation& invocation);
+void AddClearStats(CLI::App& app, Invocation& invocation);
+void AddLinktrace(CLI::App& app, Invocation& invocation);
+void AddLoopback(CLI::App& app, Invocation& invocation);
+void AddDelay(CLI::App& app, Invocation& invocation);
+void AddSessions(CLI::App& app, Invocation& invocation);
 
 }  // namespace cfmctl
 

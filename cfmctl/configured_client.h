@@ -1,0 +1,61 @@
+// What every command begins with that asks a server for more than its cache: the configuration file, a client that has
+// it, and a server that is in step with it.
+#ifndef CFMCTL_CONFIGURED_CLIENT_H
+#define CFMCTL_CONFIGURED_CLIENT_H
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "cfm/client.h"
+#include "config_file.h"
+#include "session.h"
+
+namespace cfmctl {
+
+class ConfiguredClient {
+ public:
+  /// Reads the file before anything else: throws Failure with kBadInput, and then no server was contacted.
+  ConfiguredClient(const std::string& config_file, const ServerOptions& options);
+  ConfiguredClient(const ConfiguredClient&) = delete;
+  ConfiguredClient& operator=(const ConfiguredClient&) = delete;
+
+  const Model& model() const { return configuration_.model; }
+  const Ports& ports() const { return configuration_.ports; }
+  const ServerOptions& options() const { return session_.options(); }
+
+  /// Register handlers on it before Synchronise.
+  cfm::Client& client() { return client_; }
+
+  /// Waits for the server, and until it was sent what it lacked of the configuration. Throws Failure.
+  void Synchronise();
+
+  bool in_step() const { return in_step_; }
+  /// How often a server was lost.
+  int losses() const { return losses_; }
+
+  /// Runs until `done` holds; false when the patience, if there is any, ended first. Throws Failure on SIGINT and
+  /// SIGTERM.
+  bool Wait(const std::function<bool()>& done, std::optional<std::chrono::milliseconds> patience);
+
+  /// As above for a test that dies with its server: throws Failure when it goes away.
+  bool WaitWithServer(const std::function<bool()>& done, std::chrono::milliseconds patience);
+
+ private:
+  void HandOver(const Model& model);
+  void Settle();
+
+  Configuration configuration_;
+  Model wanted_;  ///< what the configuration is to the client
+  Session session_;
+  cfm::Client client_;
+  std::optional<Model> step_;  ///< handed over before `wanted_`, when something has to go before it comes back
+  bool replied_ = false;       ///< the client has just acted on a cache reply
+  bool in_step_ = false;
+  int losses_ = 0;
+};
+
+}  // namespace cfmctl
+
+#endif

@@ -1,0 +1,33 @@
+#include "run_test.h"
+
+#include <random>
+
+#include "failure.h"
+
+namespace cfmctl {
+
+std::uint32_t RandomTriggerId() {
+  std::random_device random;
+  return std::uniform_int_distribution<std::uint32_t>(1)(random);
+}
+
+void RunTest(ConfiguredClient& configured, const TestProgress& progress, std::chrono::milliseconds duration,
+             const std::function<void()>& trigger, const std::function<void()>& summarise) {
+  const auto timeout = configured.options().timeout;
+  try {
+    trigger();
+    const auto over = [&progress] { return progress.ended || progress.refused; };
+    if (!configured.WaitWithServer([&] { return progress.started || over(); }, timeout)) {
+      throw Failure(kFailed, "the server does not start the test; its log may have a reason");
+    }
+    if (!configured.WaitWithServer(over, duration + timeout)) {
+      throw Failure(kFailed, "the server does not report the end of the test");
+    }
+  } catch (const Failure&) {
+    if (progress.started) summarise();
+    throw;
+  }
+  if (progress.ended) summarise();
+}
+
+}  // namespace cfmctl
