@@ -195,6 +195,23 @@ TEST_F(CacheReply, SendsTheStatusRequestWithANullPayloadLast) {
   EXPECT_EQ(requests.back(), Sent(CFM_MGR_C2S_SIG_STATUS_GET_ALL, kServer));
 }
 
+TEST_F(CacheReply, IsSynchronisedFromBeforeTheFirstReconciliationOn) {
+  middleware.Find(kServer);
+  client.UpdateConfig(Tree());
+  middleware.Take();
+  Journal before;
+  middleware.observer = [&](const recording::Entry& entry) {
+    if (!client.cache_synced_) {
+      before.push_back(entry);
+    }
+  };
+  Reply({});
+  EXPECT_TRUE(
+      Same(before, {Logged(10, "ReqCacheReply", "Cache reply received"),
+                    Logged(10, "ReqCacheReplyHierarchy", kBothEmpty), Logged(10, "ReqCacheReplyProbe", kBothEmpty),
+                    Logged(10, "ReqCacheReply", "Cache sync apply: pending requests will be processed, if any")}));
+}
+
 TEST_F(CacheReply, DoesNotLookAtTheSender) {
   middleware.Find(kServer);
   client.UpdateConfig(Tree());

@@ -401,10 +401,11 @@ Journal Middleware::Take() {
 }
 
 void Middleware::Note(std::string_view text) {
-  journal_.push_back(Noted(text));
+  Add(Noted(text));
 }
 
 void Middleware::Add(Entry entry) {
+  observer(entry);
   journal_.push_back(std::move(entry));
 }
 

@@ -127,6 +127,8 @@ class Middleware {
   /// What the limid calls know. Initially limid n is ifindex 1000 + n with the name "port<n>", for n from 1 to 64.
   std::vector<Port> ports;
   std::function<bool(int)> level_enabled = [](int) { return true; };
+  /// Sees each entry as it is made; for what a caller could see at that moment only.
+  std::function<void(const Entry&)> observer = [](const Entry&) {};
   /// Off for runs that are too large to be kept.
   bool record_logs = true;
 
