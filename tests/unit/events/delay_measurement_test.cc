@@ -209,14 +209,24 @@ TEST_F(DelayMeasurement, ReportsThatDoNotParseAreDeliveredAsFarAsTheyWereRead) {
 
 TEST_F(DelayMeasurement, ReportsTakeTheFirstSixOctetsOfAMacOfAnyLength) {
   const std::string octets = "\x11\x22\x33\x44\x55\x66\x77\x88 and more than a short string holds";
+  pb::OpDelayMeasurementStarted whole_started;
+  whole_started.set_target_mac(octets);
+  pb::OpDelayMeasurementReplyRx whole_reply;
+  whole_reply.set_source_mac(octets);
   for (std::size_t length = 0; length <= octets.size(); ++length) {
     pb::OpDelayMeasurementStarted started;
     started.set_target_mac(octets.substr(0, length));
     EXPECT_TRUE(Same(After(CFM_MGR_SRV_EVENT_DELAY_MEASUREMENT_STARTED, started), recording::Expected(started)))
         << length;
+    EXPECT_TRUE(Same(AfterOverwriting(whole_started, CFM_MGR_SRV_EVENT_DELAY_MEASUREMENT_STARTED, started),
+                     recording::Expected(started)))
+        << length;
     pb::OpDelayMeasurementReplyRx reply;
     reply.set_source_mac(octets.substr(0, length));
     EXPECT_TRUE(Same(After(CFM_MGR_SRV_EVENT_DELAY_MEASUREMENT_REPLY_RX, reply), recording::Expected(reply))) << length;
+    EXPECT_TRUE(Same(AfterOverwriting(whole_reply, CFM_MGR_SRV_EVENT_DELAY_MEASUREMENT_REPLY_RX, reply),
+                     recording::Expected(reply)))
+        << length;
   }
 }
 

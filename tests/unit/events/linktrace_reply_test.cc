@@ -455,10 +455,15 @@ TEST_F(AReplyMessage, WithFieldsOfAnyLengthIsCopiedAsFarAsTheyGoAndIsZeroBeyond)
   };
   RegisterAll();
   for (std::size_t field = 0; field < fields.size(); ++field) {
+    pb::OpLinktraceReplyRx whole;
+    fields[field](*whole.mutable_reply(), octets);
     for (std::size_t length = 0; length <= octets.size(); ++length) {
       pb::OpLinktraceReplyRx message;
       fields[field](*message.mutable_reply(), octets.substr(0, length));
       EXPECT_TRUE(Same(After(CFM_MGR_SRV_EVENT_LINKTRACE_REPLY_RX, message), recording::Expected(message)))
+          << field << ' ' << length;
+      EXPECT_TRUE(
+          Same(AfterOverwriting(whole, CFM_MGR_SRV_EVENT_LINKTRACE_REPLY_RX, message), recording::Expected(message)))
           << field << ' ' << length;
     }
   }

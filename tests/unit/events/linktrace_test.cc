@@ -307,10 +307,15 @@ TEST_F(Linktrace, EventsWithAnEmptyPayloadAreAllZeroAndNotFatal) {
 
 TEST_F(Linktrace, StartTakesTheFirstSixOctetsOfAMacOfAnyLength) {
   const std::string octets = "\x11\x22\x33\x44\x55\x66\x77\x88 and more than a short string holds";
+  pb::OpLinktraceStarted whole_message;
+  whole_message.set_target_mac(octets);
   for (std::size_t length = 0; length <= octets.size(); ++length) {
     pb::OpLinktraceStarted message;
     message.set_target_mac(octets.substr(0, length));
     EXPECT_TRUE(Same(After(CFM_MGR_SRV_EVENT_LINKTRACE_STARTED, message), recording::Expected(message))) << length;
+    EXPECT_TRUE(Same(AfterOverwriting(whole_message, CFM_MGR_SRV_EVENT_LINKTRACE_STARTED, message),
+                     recording::Expected(message)))
+        << length;
   }
 }
 

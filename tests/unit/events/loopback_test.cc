@@ -210,13 +210,23 @@ TEST_F(Loopback, ReportsThatDoNotParseAreDeliveredAsFarAsTheyWereRead) {
 
 TEST_F(Loopback, ReportsTakeTheFirstSixOctetsOfAMacOfAnyLength) {
   const std::string octets = "\x11\x22\x33\x44\x55\x66\x77\x88 and more than a short string holds";
+  pb::OpLoopbackStarted whole_started;
+  whole_started.set_target_mac(octets);
+  pb::OpLoopbackReplyRx whole_reply;
+  whole_reply.set_source_mac(octets);
   for (std::size_t length = 0; length <= octets.size(); ++length) {
     pb::OpLoopbackStarted started;
     started.set_target_mac(octets.substr(0, length));
     EXPECT_TRUE(Same(After(CFM_MGR_SRV_EVENT_LOOPBACK_STARTED, started), recording::Expected(started))) << length;
+    EXPECT_TRUE(Same(AfterOverwriting(whole_started, CFM_MGR_SRV_EVENT_LOOPBACK_STARTED, started),
+                     recording::Expected(started)))
+        << length;
     pb::OpLoopbackReplyRx reply;
     reply.set_source_mac(octets.substr(0, length));
     EXPECT_TRUE(Same(After(CFM_MGR_SRV_EVENT_LOOPBACK_REPLY_RX, reply), recording::Expected(reply))) << length;
+    EXPECT_TRUE(
+        Same(AfterOverwriting(whole_reply, CFM_MGR_SRV_EVENT_LOOPBACK_REPLY_RX, reply), recording::Expected(reply)))
+        << length;
   }
 }
 

@@ -250,6 +250,13 @@ struct ClientUnderTest {
     return middleware.Take();
   }
 
+  /// Delivers a message behind an earlier value of its fields, which the parser drops but whose octets may still lie in
+  /// memory behind a shorter later one.
+  template <typename Identity, typename Message>
+  Journal AfterOverwriting(const Message& earlier, const Identity* identity, const Message& message) {
+    return After(identity, earlier.SerializeAsString() + message.SerializeAsString());
+  }
+
   Middleware middleware;
   StatusNotes status{middleware};
   StatisticsNotes statistics{middleware};

@@ -296,13 +296,23 @@ TEST_F(StatusEvents, CopyAShortMacAsFarAsItGoesAndAreZeroBeyond) {
 
 TEST_F(StatusEvents, TakeTheFirstSixOctetsOfAMacOfAnyLength) {
   const std::string octets = "\x11\x22\x33\x44\x55\x66\x77\x88 and more than a short string holds";
+  pb::StatusLocalMaintenanceEndpoint whole_local;
+  whole_local.set_mac(octets);
+  pb::StatusRemoteMaintenanceEndpoint whole_remote;
+  whole_remote.set_mac(octets);
   for (std::size_t length = 0; length <= octets.size(); ++length) {
     pb::StatusLocalMaintenanceEndpoint local;
     local.set_mac(octets.substr(0, length));
     EXPECT_TRUE(Same(After(CFM_MGR_SRV_EVENT_STATUS_LOCAL_MEP, local), recording::Expected(local))) << length;
+    EXPECT_TRUE(
+        Same(AfterOverwriting(whole_local, CFM_MGR_SRV_EVENT_STATUS_LOCAL_MEP, local), recording::Expected(local)))
+        << length;
     pb::StatusRemoteMaintenanceEndpoint remote;
     remote.set_mac(octets.substr(0, length));
     EXPECT_TRUE(Same(After(CFM_MGR_SRV_EVENT_STATUS_REMOTE_MEP, remote), recording::Expected(remote))) << length;
+    EXPECT_TRUE(
+        Same(AfterOverwriting(whole_remote, CFM_MGR_SRV_EVENT_STATUS_REMOTE_MEP, remote), recording::Expected(remote)))
+        << length;
   }
 }
 
