@@ -24,12 +24,11 @@ void PrintTo(const Delivery& delivery, std::ostream* stream) {
 class APeer : public testing::Test {
  protected:
   APeer() {
-    peer_.Play("on CACHE_GET reply CACHE_REPLY");
     application_.Run();
     EXPECT_EQ(application_.NextLine(), "found");
     application_.AwaitLine("synchronised");
     // The peer answers whoever it heard last from here on.
-    peer_.Play("wait STATUS_GET_ALL");
+    peer_.Tell("wait STATUS_GET_ALL");
   }
 
   // The application's lines up to the marker that this sends after what was sent before.
@@ -44,7 +43,7 @@ class APeer : public testing::Test {
   }
 
   TempDir directory_;
-  Peer peer_{directory_};
+  Peer peer_{directory_, "on CACHE_GET reply CACHE_REPLY"};
   Application application_{directory_};
 };
 
@@ -218,8 +217,7 @@ TEST_F(APeer, IsFollowedThroughItsDeathInAnAnswer) {
   application_.Tell("statistics");
   EXPECT_EQ(application_.NextLine(), "lost");
   EXPECT_EQ(peer_.process().Wait(), (End{-1, SIGKILL}));
-  Peer next(directory_);
-  next.Play("on CACHE_GET reply CACHE_REPLY");
+  Peer next(directory_, "on CACHE_GET reply CACHE_REPLY");
   EXPECT_EQ(application_.NextLine(), "found");
   application_.AwaitLine("synchronised");
 }

@@ -2,12 +2,21 @@
 
 #include <atomic>
 #include <fstream>
+#include <utility>
 
 namespace cfm_test {
 namespace {
 
 Process::Environment In(const TempDir& directory) {
   return {{"VORBUS_DIR", directory.path()}};
+}
+
+// Each under a name of its own: a process may still be reading the one before.
+std::string WriteFile(const TempDir& directory, std::string_view text) {
+  static std::atomic<unsigned> number{0};
+  const std::string file = directory / ("file-" + std::to_string(++number));
+  std::ofstream(file) << text;
+  return file;
 }
 
 std::string Line(Process& process, std::optional<std::string> line, std::string_view wanted) {
@@ -30,9 +39,7 @@ void Application::Tell(std::string_view command) {
 }
 
 void Application::Give(const Configuration& configuration) {
-  static std::atomic<unsigned> number{0};
-  const std::string file = directory_ / ("configuration-" + std::to_string(++number));
-  std::ofstream(file) << Text(ToMessages(configuration));
+  const std::string file = WriteFile(directory_, Text(ToMessages(configuration)));
   Tell("hierarchy @" + file);
   Tell("probes @" + file);
   ++given_;
@@ -102,15 +109,33 @@ void Element::ExpectCache(const Configuration& configuration) {
   EXPECT_EQ(reader_.WaitFor(CacheOf(configuration), kDeadline), "");
 }
 
-Peer::Peer(const TempDir& directory) : process_({CFM_SCRIPTED_PEER}, In(directory)) {
+Peer::Peer(const TempDir& directory, std::string_view script)
+    : process_({CFM_SCRIPTED_PEER, WriteFile(directory, script)}, In(directory)) {
   EXPECT_EQ(NextLine(), "ready");
 }
 
 void Peer::Play(std::string_view line) {
+  Tell(line);
+  Tell("say played");
+  for (std::string next = ReadLine(); next != "say played" && !next.empty(); next = ReadLine()) {
+    lines_.push_back(next);
+  }
+}
+
+void Peer::Tell(std::string_view line) {
   process_.WriteLine(line);
 }
 
 std::string Peer::NextLine() {
+  if (lines_.empty()) {
+    return ReadLine();
+  }
+  std::string line = std::move(lines_.front());
+  lines_.pop_front();
+  return line;
+}
+
+std::string Peer::ReadLine() {
   return Line(process_, process_.ReadLine(), "");
 }
 

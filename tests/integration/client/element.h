@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <deque>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -76,19 +77,26 @@ class Element {
   std::optional<Application> application_;
 };
 
-// The scripted peer in the same place; its script comes line by line.
+// The scripted peer in the same place. It begins with a script that holds before anything reaches it; more comes line
+// by line.
 class Peer {
  public:
-  explicit Peer(const TempDir& directory);
+  Peer(const TempDir& directory, std::string_view script);
   Process& process() { return process_; }
+  // Has the line executed before it returns. Not for one that waits.
   void Play(std::string_view line);
+  // Only hands the line over.
+  void Tell(std::string_view line);
   // The next line of its record.
   std::string NextLine();
   // The lines of its record before the one that is `line`.
   std::vector<std::string> LinesBefore(std::string_view line);
 
  private:
+  std::string ReadLine();
+
   Process process_;
+  std::deque<std::string> lines_;  // read, and not yet asked for
 };
 
 }  // namespace cfm_test

@@ -233,8 +233,7 @@ TEST(ARestartedApplication, SendsOnlyTheDifferenceToWhatTheServerHolds) {
   held.probe.probes[3] = {3, 1, "domain-0", "association-0", 1, 2, {{1, {1, 1, 1, 1}}}};
 
   const TempDir directory;
-  Peer peer(directory);
-  peer.Play("on CACHE_GET reply CACHE_REPLY " + Text(CacheOf(held)));
+  Peer peer(directory, "on CACHE_GET reply CACHE_REPLY " + Text(CacheOf(held)));
   Application application(directory);
   application.Give(desired);
   application.Run();
@@ -257,8 +256,7 @@ TEST(ARestartedApplication, SendsOnlyTheDifferenceToWhatTheServerHolds) {
 TEST(ARestartedApplication, SendsOneUpdatePerObjectToAServerThatHoldsItsConfiguration) {
   const Configuration configuration{Grid(2, 2, 10), {}};
   const TempDir directory;
-  Peer peer(directory);
-  peer.Play("on CACHE_GET reply CACHE_REPLY " + Text(CacheOf(configuration)));
+  Peer peer(directory, "on CACHE_GET reply CACHE_REPLY " + Text(CacheOf(configuration)));
   Application application(directory);
   application.Give(configuration);
   application.Run();

@@ -1,8 +1,9 @@
 // cfm-scripted-peer [SCRIPT]: a process under the server's name that plays a script of replies and events.
 //
 // It attaches to the middleware (socket directory: $VORBUS_DIR), prints "ready", and then executes the lines of the
-// script file, or of its standard input when none is named, one after the other. After the last line it goes on serving
-// until it is killed (SIGTERM: exit status 0).
+// script file, if one is named, and those of its standard input, one after the other. What arrives is looked at when
+// the file's lines are through or one of them waits. After the last line it goes on serving until it is killed
+// (SIGTERM: exit status 0).
 //
 // What it is sent it prints, one line for each signal in the order of arrival: the signal's name and its payload in
 // protobuf text format, on one line ("MD_DELETE name: \"md1\""); a payload that does not parse as "malformed" and
@@ -139,7 +140,7 @@ std::string PayloadFromHex(std::string_view text) {
   return octets;
 }
 
-// Lines of a file, or of standard input as they come.
+// Lines of a file, if there is one, and then of standard input as they come.
 class Script {
  public:
   explicit Script(const char* file) {
@@ -149,7 +150,7 @@ class Script {
         throw ScriptError(std::string("cannot read ") + file);
       }
       text_.assign(std::istreambuf_iterator<char>(stream), {});
-      descriptor_ = -1;
+      text_ += '\n';
     }
   }
 
@@ -284,11 +285,11 @@ class Peer {
     if (watched[1].revents != 0) {
       status_ = 0;
     }
-    if (watched[0].revents != 0) {
-      vorbus_dispatch(token_);
-    }
+    // The script goes first: what it says must hold for what arrives after it was written.
     if (watched[2].revents != 0) {
       readable();
+    } else if (watched[0].revents != 0) {
+      vorbus_dispatch(token_);
     }
   }
 
