@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <locale>
 #include <sstream>
 #include <string_view>
 
@@ -73,6 +74,7 @@ std::string LinktraceReplyEntry::Show(const LinktraceReplyEntry& entry, unsigned
   const Layout layout(indent);
   const LtrEgressIdEntry egress_id = entry.egress_id ? *entry.egress_id : LtrEgressIdEntry{};
   std::ostringstream out;
+  out.imbue(std::locale::classic());  // the application's own would group digits and translate the flags
   out << std::boolalpha;
   out << "Transaction ID: " << entry.transaction_id << layout.end;
   out << "Destination MAC: " << entry.destination_mac.to_string() << layout.end;

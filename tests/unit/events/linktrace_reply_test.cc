@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <locale>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -195,6 +196,25 @@ TEST(ALinktraceReplyEntry, ShowsEachFlagByItself) {
     entry.*flag = true;
     EXPECT_NE(LinktraceReplyEntry::Show(entry, 0).find("; Flags: " + text + "; TTL: "), std::string::npos) << text;
   }
+}
+
+// A locale as an application may set it for itself.
+class Grouping : public std::numpunct<char> {
+ protected:
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+  std::string do_truename() const override { return "ja"; }
+  std::string do_falsename() const override { return "nein"; }
+};
+
+TEST(ALinktraceReplyEntry, ShowsTheSameInEveryLocale) {
+  LinktraceReplyEntry entry{};
+  FillEverything(entry);
+  const std::string expected = LinktraceReplyEntry::Show(entry, 0);
+  const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Grouping));
+  const std::string shown = LinktraceReplyEntry::Show(entry, 0);
+  std::locale::global(before);
+  EXPECT_EQ(shown, expected);
 }
 
 // The same text, composed from items and groups.
