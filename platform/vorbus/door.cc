@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string>
 #include <utility>
 
 #include "token.h"
@@ -16,6 +17,18 @@ namespace {
 constexpr int kFlushMs = 1000;
 constexpr int kHandshakeMs = 5000;
 constexpr int kBacklog = 1024;
+
+// Whether the connection is one of that process, as Message::sender names it. A stranger's message may be older than
+// the connection that its descriptor belongs to now, and nobody else is to lose a link for it.
+bool BelongsTo(int connection, std::string_view process) {
+  ucred credentials{};
+  socklen_t size = sizeof credentials;
+  if (getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
+    return false;
+  }
+  return process.ends_with(":" + std::to_string(credentials.uid) + ":" + std::to_string(credentials.gid) + ":" +
+                           std::to_string(credentials.pid));
+}
 
 }  // namespace
 
@@ -87,7 +100,7 @@ int Door::Open(const std::string& process) {
 }
 
 Channel::Sent Door::Transmit(const RoutingId& id, Message& message) {
-  int error = socket_.SendFirstPart(id);
+  int error = socket_.SendFirstPart(std::as_bytes(std::span(id)));
   if (error == 0) {
     error = socket_.Send(message);
   }
@@ -147,12 +160,13 @@ bool Door::Receive(Kept& kept) {
   return false;
 }
 
-bool Door::Accept(Message& id, Message& message, Kept& kept) {
-  std::optional<Header> header = message.HasMoreParts() ? std::nullopt : DecodeHeader(message.octets());
+bool Door::Accept(Message& id_part, Message& message, Kept& kept) {
+  const std::optional<Header> header = message.HasMoreParts() ? std::nullopt : DecodeHeader(message.octets());
   for (bool more = message.HasMoreParts(); more;) {
     Message rest;
     more = socket_.Receive(rest) == 0 && rest.HasMoreParts();
   }
+  const std::string_view id(reinterpret_cast<const char*>(id_part.data()), id_part.size());
   Peer* peer = Find(id);
   if (peer != nullptr && peer->state_ == Peer::State::kSevered) {
     return false;
@@ -163,6 +177,7 @@ bool Door::Accept(Message& id, Message& message, Kept& kept) {
     if (NoteHello(id, peer, *header, message)) {
       return false;
     }
+    peer = Find(id);
   } else if (header && is_known) {
     if (header->to != token_.pid()) {
       return false;
@@ -179,42 +194,26 @@ bool Door::Accept(Message& id, Message& message, Kept& kept) {
   }
   if (peer != nullptr) {
     Sever(*peer);
-    return false;
-  }
-  const std::uint64_t connection = ConnectionOf(message.connection());
-  const bool is_anothers = std::any_of(peers_.begin(), peers_.end(),
-                                       [&](const auto& entry) { return entry.second->connection_ == connection; });
-  if (!is_anothers) {
-    Shut(connection);
+  } else {
+    RefuseStranger(id, message);
   }
   return false;
 }
 
-Peer* Door::Find(Message& id) {
-  RoutingId key{};
-  if (id.size() != key.size()) {
-    return nullptr;
+Peer* Door::Find(std::string_view id) {
+  if (latest_ == nullptr || latest_->id_ != id) {
+    const auto found = peers_.find(id);
+    latest_ = found != peers_.end() ? found->second.get() : nullptr;
   }
-  if (latest_ != nullptr && std::memcmp(latest_->id_.data(), id.data(), key.size()) == 0) {
-    return latest_;
-  }
-  std::memcpy(key.data(), id.data(), key.size());
-  const auto found = peers_.find(key);
-  if (found == peers_.end()) {
-    return nullptr;
-  }
-  latest_ = found->second.get();
   return latest_;
 }
 
-bool Door::NoteHello(Message& id, Peer* peer, const Header& header, Message& message) {
-  RoutingId key{};
-  if (header.id == 0 || id.size() != key.size() || (header.to != 0 && header.to != token_.pid())) {
+bool Door::NoteHello(std::string_view id, Peer* peer, const Header& header, Message& message) {
+  if (header.id == 0 || (header.to != 0 && header.to != token_.pid())) {
     return false;
   }
   if (peer == nullptr) {
-    std::memcpy(key.data(), id.data(), key.size());
-    return NoteNewcomer(key, header, message);
+    return NoteNewcomer(id, header, message);
   }
   if (peer->pid_ != header.id) {
     return false;
@@ -229,23 +228,40 @@ bool Door::NoteHello(Message& id, Peer* peer, const Header& header, Message& mes
   return Answer(*peer);
 }
 
-bool Door::NoteNewcomer(const RoutingId& id, const Header& header, Message& message) {
-  ReadMonitor();
-  const std::uint64_t connection = ConnectionOf(message.connection());
-  if (connection == 0) {
-    return true;  // it is gone already
-  }
-  std::string process = message.sender();
+bool Door::NoteNewcomer(std::string_view id, const Header& header, Message& message) {
+  const std::string process = message.sender();
   for (const auto& [other_id, other] : peers_) {
     if (other->pid_ == header.id && other->process_ != process) {
       return false;  // nobody else can be that process
     }
   }
-  std::unique_ptr<Peer>& peer = peers_[id];
-  peer = std::make_unique<Peer>(*this, id, header.id, connection, std::move(process));
-  peer->wanted_events_ = DecodeHelloEvents(message.octets());
-  peer->hellos_unanswered_ = 1;
-  return HasOther(*peer) || Admit(*peer);
+  ReadMonitor();
+  const std::uint64_t connection = ConnectionOf(message.connection());
+  if (connection == 0) {
+    return true;  // it is gone already
+  }
+  Peer& peer = AddPeer(id, header.id, connection, message);
+  peer.wanted_events_ = DecodeHelloEvents(message.octets());
+  peer.hellos_unanswered_ = 1;
+  return HasOther(peer) || Admit(peer);
+}
+
+// Remembered as one that is severed, so that what else it has sent is ignored.
+void Door::RefuseStranger(std::string_view id, Message& message) {
+  ReadMonitor();
+  const std::uint64_t connection = ConnectionOf(message.connection());
+  const bool is_anothers = std::any_of(peers_.begin(), peers_.end(),
+                                       [&](const auto& entry) { return entry.second->connection_ == connection; });
+  if (connection != 0 && !is_anothers) {
+    Sever(AddPeer(id, 0, connection, message));
+  }
+}
+
+Peer& Door::AddPeer(std::string_view id, std::uint32_t pid, std::uint64_t connection, Message& message) {
+  auto peer = std::make_unique<Peer>(*this, RoutingId(id), pid, connection, message.sender());
+  Peer& added = *peer;
+  peers_[added.id_] = std::move(peer);
+  return added;
 }
 
 bool Door::HasOther(const Peer& peer) const {
@@ -310,15 +326,15 @@ void Door::Sever(Peer& peer) {
   StopServing(peer);
   peer.state_ = Peer::State::kSevered;
   if (!peer.is_gone_) {
-    Shut(peer.connection_);
+    Shut(peer);
   }
 }
 
 // ZeroMQ has no call for this; but the connection's descriptor is known, and ZeroMQ takes a connection that was shut
 // down as one that the other side has closed.
-void Door::Shut(std::uint64_t connection) {
-  const auto of_connection = [&](const auto& entry) { return entry.second == connection; };
-  const auto found = std::find_if(connections_.begin(), connections_.end(), of_connection);
+void Door::Shut(const Peer& peer) {
+  const auto found = std::find_if(connections_.begin(), connections_.end(),
+                                  [&](const auto& entry) { return entry.second == peer.connection_; });
   if (found == connections_.end()) {
     return;
   }
@@ -326,7 +342,7 @@ void Door::Shut(std::uint64_t connection) {
   // gone by now.
   const Fd held(fcntl(found->first, F_DUPFD_CLOEXEC, 0));
   ReadMonitor();
-  if (held && std::any_of(connections_.begin(), connections_.end(), of_connection)) {
+  if (held && !peer.is_gone_ && BelongsTo(held.get(), peer.process_)) {
     shutdown(held.get(), SHUT_RDWR);
   }
 }

@@ -4,13 +4,13 @@
 
 #include <vorbus/vorbus.h>
 
-#include <array>
-#include <cstring>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -23,21 +23,18 @@ namespace bus {
 class Door;
 
 // How ZeroMQ tells one connection from another. Subscribers draw a new one for each connection.
-using RoutingId = std::array<std::byte, 16>;
+using RoutingId = std::string;
 
 struct RoutingIdHash {
-  std::size_t operator()(const RoutingId& id) const {
-    std::size_t hash = 0;
-    std::memcpy(&hash, id.data(), sizeof hash);
-    return hash;
-  }
+  using is_transparent = void;
+  std::size_t operator()(std::string_view id) const { return std::hash<std::string_view>()(id); }
 };
 
-// One subscriber.
+// One subscriber, or one that sent something else than a subscriber does.
 class Peer final : public Channel {
  public:
-  Peer(Door& door, const RoutingId& id, std::uint32_t pid, std::uint64_t connection, std::string process)
-      : door_(door), id_(id), connection_(connection), process_(std::move(process)) {
+  Peer(Door& door, RoutingId id, std::uint32_t pid, std::uint64_t connection, std::string process)
+      : door_(door), id_(std::move(id)), connection_(connection), process_(std::move(process)) {
     pid_ = pid;
   }
 
@@ -96,10 +93,12 @@ class Door {
   // The serial number of the connection with that descriptor, 0 when there is none.
   std::uint64_t ConnectionOf(int descriptor) const;
   bool Receive(Kept& kept);
-  bool Accept(Message& id, Message& message, Kept& kept);
-  Peer* Find(Message& id);
-  bool NoteHello(Message& id, Peer* peer, const Header& header, Message& message);
-  bool NoteNewcomer(const RoutingId& id, const Header& header, Message& message);
+  bool Accept(Message& id_part, Message& message, Kept& kept);
+  Peer* Find(std::string_view id);
+  bool NoteHello(std::string_view id, Peer* peer, const Header& header, Message& message);
+  bool NoteNewcomer(std::string_view id, const Header& header, Message& message);
+  void RefuseStranger(std::string_view id, Message& message);
+  Peer& AddPeer(std::string_view id, std::uint32_t pid, std::uint64_t connection, Message& message);
   bool HasOther(const Peer& peer) const;  // of the same process
   bool Admit(Peer& peer);
   bool Answer(Peer& peer);
@@ -107,7 +106,7 @@ class Door {
   void LeaveAudiences(Peer& peer);
   void StopServing(Peer& peer);
   void Sever(Peer& peer);
-  void Shut(std::uint64_t connection);
+  void Shut(const Peer& peer);
   void ForgetGonePeers();
 
   vorbus& token_;
@@ -120,7 +119,7 @@ class Door {
   bool any_gone_ = false;
   std::unordered_map<int, std::uint64_t> connections_;  // that are there: descriptor and serial number
   std::uint64_t last_connection_ = 0;
-  std::unordered_map<RoutingId, std::unique_ptr<Peer>, RoutingIdHash> peers_;
+  std::unordered_map<RoutingId, std::unique_ptr<Peer>, RoutingIdHash, std::equal_to<>> peers_;
   Peer* latest_ = nullptr;  // that something came from
   std::unordered_map<std::uint64_t, std::vector<Peer*>> audiences_;
   std::deque<Kept> kept_;

@@ -19,8 +19,8 @@ class Delivery : public BusTest {};
 TEST_F(Delivery, IsOnceAndInOrderToTheNamedProcess) {
   PeerProcess server(directory(), "server");
   PeerProcess client(directory(), "-");
-  server.Do("count", 1);
-  server.Do("tell", 2);
+  server.Set("count", 1);
+  server.Set("tell", 2);
   ASSERT_NE(client.Ask("found", "subscribe", "server"), "");
   EXPECT_EQ(client.Ask("sent", "send", server.pid(), 1, kMany, 80), "sent 0 200000");
   client.Do("send", server.pid(), 2, 1, 0);
@@ -31,9 +31,9 @@ TEST_F(Delivery, IsOnceAndInOrderToTheNamedProcess) {
 TEST_F(Delivery, IsOnceAndInOrderToTheSubscriber) {
   PeerProcess server(directory(), "server");
   PeerProcess client(directory(), "-");
-  server.Do("tell", 9);
-  client.Do("count", 1);
-  client.Do("tell", 2);
+  server.Set("tell", 9);
+  client.Set("count", 1);
+  client.Set("tell", 2);
   ASSERT_NE(client.Ask("found", "subscribe", "server"), "");
   client.Do("send", server.pid(), 9, 1, 0);
   ASSERT_EQ(server.Next("signal 9"), "signal 9 " + std::to_string(client.pid()) + " 0");
@@ -47,8 +47,8 @@ TEST_F(Delivery, GoesBothWaysAtOnceWithoutADeadlock) {
   PeerProcess server(directory(), "server");
   PeerProcess client(directory(), "-");
   for (PeerProcess* process : {&server, &client}) {
-    process->Do("count", 1);
-    process->Do("tell", 2);
+    process->Set("count", 1);
+    process->Set("tell", 2);
   }
   ASSERT_NE(client.Ask("found", "subscribe", "server"), "");
   server.Do("send", client.pid(), 1, kMany, 80);
@@ -65,7 +65,7 @@ TEST_F(Delivery, GoesBothWaysAtOnceWithoutADeadlock) {
 
 TEST_F(Delivery, CarriesAnySizeUnchanged) {
   PeerProcess server(directory(), "server");
-  server.Do("echo", 1, 2);
+  server.Set("echo", 1, 2);
   Attachment client(directory());
   const auto& presence = client.Subscribe("server");
   ASSERT_TRUE(client.RunUntilThere(presence));
@@ -99,17 +99,17 @@ TEST_F(Delivery, RefusesWhatIsTooLarge) {
 
 TEST_F(Delivery, KeepsTwoClientsOfOneServerApart) {
   PeerProcess server(directory(), "server");
-  server.Do("echo", 1, 2);
+  server.Set("echo", 1, 2);
   PeerProcess clients[] = {{directory(), "-"}, {directory(), "-"}};
   for (PeerProcess& client : clients) {
-    client.Do("count", 2);
-    client.Do("tell", 4);
+    client.Set("count", 2);
+    client.Set("tell", 4);
     ASSERT_NE(client.Ask("found", "subscribe", "server"), "");
   }
   for (PeerProcess& client : clients) {
     client.Do("send", server.pid(), 1, 20000, 80);
   }
-  server.Do("echo", 3, 4);
+  server.Set("echo", 3, 4);
   for (PeerProcess& client : clients) {
     EXPECT_EQ(client.Next("sent"), "sent 0 20000");
     client.Do("send", server.pid(), 3, 1, 0);
@@ -120,15 +120,15 @@ TEST_F(Delivery, KeepsTwoClientsOfOneServerApart) {
 
 TEST_F(Delivery, IncludesWhatASenderSentJustBeforeItClosed) {
   PeerProcess server(directory(), "server");
-  server.Do("count", 1);
+  server.Set("count", 1);
   PeerProcess client(directory(), "-");
   ASSERT_NE(client.Ask("found", "subscribe", "server"), "");
-  server.Do("pause");
+  server.Set("pause");
   // More than ZeroMQ queues by itself, less than may be under way.
   EXPECT_EQ(client.Ask("sent", "send", server.pid(), 1, 5000, 80), "sent 0 5000");
   EXPECT_EQ(client.Ask("closed", "close"), "closed");
   client.process().Kill();
-  server.Do("resume");
+  server.Set("resume");
   Attachment marker(directory());
   ASSERT_TRUE(marker.RunUntilThere(marker.Subscribe("server")));  // its hello is behind the others' messages in time
   bool is_complete = false;
@@ -140,24 +140,24 @@ TEST_F(Delivery, IncludesWhatASenderSentJustBeforeItClosed) {
 
 TEST_F(Delivery, KeepsTheOrderAcrossUnsubscribingAndSubscribing) {
   PeerProcess server(directory(), "server");
-  server.Do("count", 1);
-  server.Do("tell", 2);
+  server.Set("count", 1);
+  server.Set("tell", 2);
   PeerProcess client(directory(), "-");
-  server.Do("pause");
-  server.Do("resume");
+  server.Set("pause");
+  server.Set("resume");
   ASSERT_NE(client.Ask("found", "subscribe", "server"), "");
-  server.Do("pause");
+  server.Set("pause");
   for (int round = 0; round < 5; ++round) {
     const bool is_first = round == 0;
     EXPECT_EQ(client.Ask("sent", is_first ? "send" : "stream", server.pid(), 1, 1000, 80), "sent 0 1000");
     client.Do("unsubscribe", "server");
     client.Do("subscribe", "server");
-    server.Do("resume");
+    server.Set("resume");
     ASSERT_NE(client.Next("found"), "");
-    server.Do("pause");
+    server.Set("pause");
   }
   client.Do("send", server.pid(), 2, 1, 0);
-  server.Do("resume");
+  server.Set("resume");
   ASSERT_NE(server.Next("signal 2"), "");
   EXPECT_EQ(server.Ask("received", "report", 1), "received 5000 0");
 }
@@ -180,8 +180,8 @@ TEST_F(Delivery, NeverReachesTheNextRunOfAProcess) {
   }
   first->process().Kill();
   PeerProcess second(directory(), "server");
-  second.Do("tell", 1);
-  second.Do("tell", 2);
+  second.Set("tell", 1);
+  second.Set("tell", 2);
   ASSERT_TRUE(client.Run([&] { return presence.pid() == second.pid(); }));
   EXPECT_EQ(client.Send(first->pid(), 1), -ESRCH);
   ASSERT_EQ(client.Send(second.pid(), 2), 0);
@@ -210,17 +210,17 @@ enum class Stop { kSigstop, kPause };
 class AReceiverThatStops : public BusTest, public testing::WithParamInterface<Stop> {
  protected:
   static void Halt(PeerProcess& process) {
-    GetParam() == Stop::kSigstop ? process.process().Signal(SIGSTOP) : process.Do("pause");
+    GetParam() == Stop::kSigstop ? process.process().Signal(SIGSTOP) : process.Set("pause");
   }
   static void GoOn(PeerProcess& process) {
-    GetParam() == Stop::kSigstop ? process.process().Signal(SIGCONT) : process.Do("resume");
+    GetParam() == Stop::kSigstop ? process.process().Signal(SIGCONT) : process.Set("resume");
   }
 };
 
 TEST_P(AReceiverThatStops, LosesItsLinkAsTheServerAndIsFoundAgain) {
   PeerProcess server(directory(), "server");
-  server.Do("count", 1);
-  server.Do("tell", 2);
+  server.Set("count", 1);
+  server.Set("tell", 2);
   Attachment client(directory(), nullptr, kShortTimeoutMs);
   const auto& presence = client.Subscribe("server");
   ASSERT_TRUE(client.RunUntilThere(presence));
@@ -255,7 +255,7 @@ TEST_P(AReceiverThatStops, LosesItsLinkAsTheClientAndFindsTheServerAgain) {
   PeerProcess other(directory(), "-");
   vorbus_pid_t sender = 0;
   server.OnSignal(9, [&](vorbus_pid_t pid, const void*, std::size_t) { sender = pid; });
-  client.Do("count", 1);
+  client.Set("count", 1);
   for (PeerProcess* process : {&client, &other}) {
     process->Do("subscribe", "server");
     ASSERT_TRUE(server.Run([&] { return process->process().ReadLine(milliseconds(1)).has_value(); }));
@@ -296,12 +296,12 @@ TEST_P(AReceiverThatStops, HoldsAPublisherBackOnceForAllThatStop) {
   Attachment server(directory(), "server", kShortTimeoutMs);
   PeerProcess stopped[] = {{directory(), "-"}, {directory(), "-"}, {directory(), "-"}};
   PeerProcess reader(directory(), "-");
-  reader.Do("count-events", 1);
-  reader.Do("tell-events", 2);
+  reader.Set("count-events", 1);
+  reader.Set("tell-events", 2);
   reader.Do("subscribe", "server");
   ASSERT_TRUE(server.Run([&] { return reader.process().ReadLine(milliseconds(1)).has_value(); }));
   for (PeerProcess& process : stopped) {
-    process.Do("count-events", 1);
+    process.Set("count-events", 1);
     process.Do("subscribe", "server");
     ASSERT_TRUE(server.Run([&] { return process.process().ReadLine(milliseconds(1)).has_value(); }));
     Halt(process);
@@ -326,14 +326,14 @@ INSTANTIATE_TEST_SUITE_P(By, AReceiverThatStops, testing::Values(Stop::kSigstop,
 
 TEST_F(Delivery, WaitsForAReceiverThatIsSlowButNotStopped) {
   PeerProcess server(directory(), "server");
-  server.Do("count", 1);
-  server.Do("tell", 2);
+  server.Set("count", 1);
+  server.Set("tell", 2);
   PeerProcess client(directory(), "-");
   ASSERT_NE(client.Ask("found", "subscribe", "server"), "");
-  server.Do("pause");
+  server.Set("pause");
   client.Do("send", server.pid(), 1, 20000, 80);
   std::this_thread::sleep_for(milliseconds(300));  // long enough for the sender to be held back, or the test tests less
-  server.Do("resume");
+  server.Set("resume");
   EXPECT_EQ(client.Next("sent"), "sent 0 20000");
   client.Do("send", server.pid(), 2, 1, 0);
   ASSERT_NE(server.Next("signal 2"), "");
@@ -342,11 +342,11 @@ TEST_F(Delivery, WaitsForAReceiverThatIsSlowButNotStopped) {
 
 TEST_F(Delivery, BoundsWhatIsUnderWayInOctetsToo) {
   PeerProcess server(directory(), "server");
-  server.Do("pause");
+  server.Set("pause");
   Attachment client(directory(), nullptr, kShortTimeoutMs);
-  server.Do("resume");
+  server.Set("resume");
   ASSERT_TRUE(client.RunUntilThere(client.Subscribe("server")));
-  server.Do("pause");
+  server.Set("pause");
   const std::string message = Numbered(0, std::size_t{8} << 20);
   int sent = 0;
   int rc = 0;

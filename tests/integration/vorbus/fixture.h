@@ -29,6 +29,12 @@ class PeerProcess {
     ((line += ' ', line += Text(words)), ...);
     process_.WriteLine(line);
   }
+  // The same for a command that is acknowledged: it holds from now on.
+  template <typename... Words>
+  void Set(const std::string& command, const Words&... words) {
+    Do(command, words...);
+    EXPECT_EQ(Line(), "ok") << command;
+  }
   // The next line that begins so; empty when none comes. Those before it are dropped.
   std::string Next(const std::string& beginning) { return process_.ReadUntil(beginning).value_or(""); }
   // The next line, whatever it is.

@@ -17,6 +17,7 @@
 //   tell-events NUMBER        tells "event NUMBER SIZE" for each event
 //   echo NUMBER REPLY         sends each signal back to its sender as another one
 //   pause, resume             stops and goes on with dispatching
+//   (these from "count" on, but the reports, are answered "ok")
 //   close                     detaches, tells "closed", ends
 #include <poll.h>
 #include <sys/prctl.h>
@@ -96,6 +97,7 @@ class Peer {
       command == "subscribe" ? Subscribe(name) : vorbus_proc_unsubscribe(&presences_.at(name)->subscription);
     } else if (command == "pause" || command == "resume") {
       is_paused_ = command == "pause";
+      Tell("ok");
     } else if (command == "close") {
       bus_.reset();
       Tell("closed");
@@ -113,20 +115,18 @@ class Peer {
   void ObeyFor(unsigned int number, const std::string& command, std::istringstream& words) {
     if (command == "publish") {
       Publish(number, words);
-    } else if (command == "count") {
-      bus_->OnSignal(number, [this, number](vorbus_pid_t, const void* data, std::size_t size) {
-        signals_[number].Add(data, size);
-      });
-    } else if (command == "count-events") {
-      registrations_[number] = bus_->OnEvent(
-          number, [this, number](const void* data, std::size_t size) { events_[number].Add(data, size); });
-    } else if (command == "uncount-events") {
-      vorbus_event_deregister(&registrations_[number]);
     } else if (command == "report") {
       Tell("received", signals_[number].next, signals_[number].wrong);
     } else if (command == "report-events") {
       Tell("received", events_[number].next, events_[number].wrong);
-    } else if (command == "tell") {
+    } else {
+      Register(number, command, words);
+      Tell("ok");
+    }
+  }
+
+  void Register(unsigned int number, const std::string& command, std::istringstream& words) {
+    if (command == "tell") {
       bus_->OnSignal(number, [number](vorbus_pid_t sender, const void*, std::size_t size) {
         Tell("signal", number, sender, size);
       });
@@ -139,6 +139,15 @@ class Peer {
       bus_->OnSignal(number, [this, reply](vorbus_pid_t sender, const void* data, std::size_t size) {
         bus_->Send(sender, reply, {static_cast<const char*>(data), size});
       });
+    } else if (command == "count") {
+      bus_->OnSignal(number, [this, number](vorbus_pid_t, const void* data, std::size_t size) {
+        signals_[number].Add(data, size);
+      });
+    } else if (command == "count-events") {
+      registrations_[number] = bus_->OnEvent(
+          number, [this, number](const void* data, std::size_t size) { events_[number].Add(data, size); });
+    } else if (command == "uncount-events") {
+      vorbus_event_deregister(&registrations_[number]);
     } else {
       Tell("unknown", command);
     }

@@ -203,8 +203,8 @@ TEST_F(Presence, OfItselfIsFound) {
 
 TEST_F(Presence, WorksBothWaysBetweenTwoNamedProcesses) {
   PeerProcess other(directory(), "other");
-  other.Do("count", 1);
-  other.Do("tell", 2);
+  other.Set("count", 1);
+  other.Set("tell", 2);
   Attachment self(directory(), "self");
   const auto& presence = self.Subscribe("other");
   other.Do("subscribe", "self");
