@@ -3,12 +3,18 @@
 #include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
 
-#include <limits>
+#include <cstdint>
 #include <string>
+#include <type_traits>
 
 #include "expected_requests.h"
 
 namespace {
+
+// The widths that records have: one octet for defects, 32 bits for the other codes, whatever their enumerators.
+static_assert(std::is_same_v<std::underlying_type_t<cfm::Defects>, std::uint8_t>);
+static_assert(sizeof(cfm::SenderIdTlvContent) == 4 && sizeof(cfm::MhfCreationMode) == 4);
+static_assert(sizeof(cfm::CcmInterval) == 4 && sizeof(cfm::FaultAction) == 4);
 
 using expected::kServer;
 using recording::AskedIfindex;

@@ -43,7 +43,7 @@ class Generator {
     return static_cast<Value>(Below(3));
   }
 
-  std::string MdName() { return Pick({"", "md", "md1", "md\xff"}); }
+  std::string MdName() { return Pick({"", "md", "md1", "md\xc3\xa9"}); }
   std::string MaName() { return Pick({"a", "ab", "b", "c", std::string("a\0", 2)}); }
   std::uint16_t MepId() { return static_cast<std::uint16_t>(Pick({1, 2, 300, 65535})); }
 
