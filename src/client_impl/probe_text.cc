@@ -1,11 +1,13 @@
 #include "client_impl/probe_text.h"
 
+#include <locale>
 #include <sstream>
 
 namespace cfm {
 
 std::string ProbeText(const std::map<std::uint16_t, probe_cfg>& probes) {
   std::ostringstream text;
+  text.imbue(std::locale::classic());  // the application's locale may group digits
   text << "CFM Delay Measurement Probes\n";
   for (const auto& [probe_id, probe] : probes) {
     text << "+ Probe Id: " << probe_id << ", Interval: " << probe.interval << ", MA: " << probe.ma_name

@@ -2,6 +2,7 @@
 #include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
 
+#include <locale>
 #include <string>
 #include <utility>
 #include <vector>
@@ -283,6 +284,24 @@ TEST_F(ProbeReconciliation, LogsBeforeItSends) {
       "+ Probe Id: 7, Interval: 1000, MA: ma-a, MD: md-a, LMEP: 1, RMEP: 2, Sessions: \n");
   all.push_back(CreateProbe(7, expected::Probe(7)));
   EXPECT_TRUE(Same(Update(desired), all));
+}
+
+// A locale as an application may set it for itself.
+class Grouping : public std::numpunct<char> {
+ protected:
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+TEST_F(ProbeReconciliation, LogsTheSameInEveryLocale) {
+  Synchronise();
+  cfm::probe desired;
+  desired.probes[7] = expected::Probe(7);
+  const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Grouping));
+  const Journal logged = expected::Lines(Update(desired));
+  std::locale::global(before);
+  EXPECT_TRUE(Same(logged, Lines("CFM Delay Measurement Probes\n"
+                                 "+ Probe Id: 7, Interval: 1000, MA: ma-a, MD: md-a, LMEP: 1, RMEP: 2, Sessions: \n")));
 }
 
 TEST_F(ProbeReconciliation, LogsKeysInAscendingOrderAndThePriorityAsANumber) {
