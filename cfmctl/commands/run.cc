@@ -85,6 +85,9 @@ class Runner {
 
   void Lost() {
     Say("server lost; waiting for it to come back");
+    // Lost between the two steps of a changed name format: the client still wants the first.
+    if (step_) HandOver(wanted_);
+    step_.reset();
     in_step_ = false;
     synchronised_ = false;
     unconfirmed_.clear();
