@@ -12,6 +12,9 @@ ConfiguredClient::ConfiguredClient(const std::string& config_file, const ServerO
       client_(session_.link().token()) {
   HandOver(wanted_);
   session_.link().on_lost = [this] {
+    // Lost between the two steps: the client still wants the first.
+    if (step_) HandOver(wanted_);
+    step_.reset();
     in_step_ = false;
     replied_ = false;
     ++losses_;
