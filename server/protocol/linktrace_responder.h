@@ -1,0 +1,49 @@
+// Answers linktrace messages that look for this end point.
+#ifndef CFM_SERVER_PROTOCOL_LINKTRACE_RESPONDER_H
+#define CFM_SERVER_PROTOCOL_LINKTRACE_RESPONDER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "pdu/linktrace.h"
+#include "protocol/reply_queue.h"
+#include "protocol/time.h"
+#include "protocol/transmitter.h"
+
+namespace cfm::protocol {
+
+class LinktraceResponder {
+ public:
+  /// Replies that may wait at a time.
+  static constexpr std::size_t kMostWaiting = 64;
+
+  struct Counters {
+    std::uint64_t sent = 0;
+    std::uint64_t invalid = 0;   ///< no egress identifier, TTL 0, or a group address to reply to
+    std::uint64_t overflow = 0;  ///< dropped, as too many wait
+  };
+
+  LinktraceResponder(Transmitter& transmitter, Random random)
+      : transmitter_(transmitter), random_(std::move(random)), waiting_(kMostWaiting) {}
+
+  /// A message of this end point's level. The reply names the port.
+  void Receive(const pdu::EthernetHeader& header, const pdu::Ltm& ltm, const std::string& port_name,
+               const std::optional<pdu::SenderId>& sender_id, TimePoint now);
+  void Clear() { waiting_.Clear(); }
+
+  void Advance(TimePoint now);
+  TimePoint deadline() const { return waiting_.deadline(); }
+  const Counters& counters() const { return counters_; }
+
+ private:
+  Transmitter& transmitter_;
+  Random random_;
+  ReplyQueue waiting_;
+  Counters counters_;
+};
+
+}  // namespace cfm::protocol
+
+#endif
