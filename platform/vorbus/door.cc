@@ -57,7 +57,7 @@ Door::~Door() {
   if (socket_) {
     token_.Unwatch(socket_.fd());
   }
-  for (const Kept& kept : kept_) {
+  for (const Incoming& kept : kept_) {
     token_.Unkeep(kept.message);
   }
 }
@@ -147,26 +147,25 @@ std::uint64_t Door::ConnectionOf(int descriptor) const {
   return found != connections_.end() ? found->second : 0;
 }
 
-bool Door::Receive(Kept& kept) {
+bool Door::Receive(Incoming& incoming) {
   while (socket_ready_) {
-    Message id;
-    Message message;
-    if (socket_.Receive(id) != 0) {
+    if (socket_.Receive(id_part_) != 0) {
       socket_ready_ = false;
-    } else if (socket_.Receive(message) == 0 && Accept(id, message, kept)) {
+    } else if (socket_.Receive(incoming.message) == 0 && Accept(incoming)) {
       return true;
     }
   }
   return false;
 }
 
-bool Door::Accept(Message& id_part, Message& message, Kept& kept) {
+bool Door::Accept(Incoming& incoming) {
+  Message& message = incoming.message;
   const std::optional<Header> header = message.HasMoreParts() ? std::nullopt : DecodeHeader(message.octets());
   for (bool more = message.HasMoreParts(); more;) {
     Message rest;
     more = socket_.Receive(rest) == 0 && rest.HasMoreParts();
   }
-  const std::string_view id(reinterpret_cast<const char*>(id_part.data()), id_part.size());
+  const std::string_view id(reinterpret_cast<const char*>(id_part_.data()), id_part_.size());
   Peer* peer = Find(id);
   if (peer != nullptr && peer->state_ == Peer::State::kSevered) {
     return false;
@@ -184,8 +183,8 @@ bool Door::Accept(Message& id_part, Message& message, Kept& kept) {
     }
     if (header->kind == Kind::kSignal) {
       peer->Take(message);
-      kept.peer = peer;
-      kept.message = std::move(message);
+      incoming.peer = peer;
+      incoming.header = *header;
       return true;
     }
     if (header->kind == Kind::kTaken && peer->NoteTaken(*header)) {
@@ -348,26 +347,26 @@ void Door::Shut(const Peer& peer) {
 }
 
 void Door::Absorb() {
-  Kept kept{};
-  while (token_.HasRoom() && Receive(kept)) {
-    token_.Keep(kept.message);
-    kept_.push_back(std::move(kept));
+  Incoming incoming;
+  while (token_.HasRoom() && Receive(incoming)) {
+    token_.Keep(incoming.message);
+    kept_.push_back(std::move(incoming));
   }
 }
 
 int Door::Deliver(int limit) {
   int calls = 0;
-  Kept kept{};
+  Incoming incoming;
   for (int handled = 0; handled < limit; ++handled) {
     if (!kept_.empty()) {
-      kept = std::move(kept_.front());
+      incoming = std::move(kept_.front());
       kept_.pop_front();
-      token_.Unkeep(kept.message);
-    } else if (!Receive(kept)) {
+      token_.Unkeep(incoming.message);
+    } else if (!Receive(incoming)) {
       break;
     }
-    if (kept.peer->state_ != Peer::State::kSevered) {
-      calls += token_.CallSignalHandlers(kept.peer->pid_, *DecodeHeader(kept.message.octets()), kept.message);
+    if (incoming.peer->state_ != Peer::State::kSevered) {
+      calls += token_.CallSignalHandlers(incoming.peer->pid_, incoming.header, incoming.message);
     }
   }
   if (any_gone_ && !HasWork()) {

@@ -82,8 +82,10 @@ class Door {
  private:
   friend class Peer;
 
-  struct Kept {
-    Peer* peer;
+  // A signal, and who sent it.
+  struct Incoming {
+    Peer* peer = nullptr;
+    Header header{};
     Message message;
   };
 
@@ -92,8 +94,8 @@ class Door {
   void ConnectionGone(int descriptor);
   // The serial number of the connection with that descriptor, 0 when there is none.
   std::uint64_t ConnectionOf(int descriptor) const;
-  bool Receive(Kept& kept);
-  bool Accept(Message& id_part, Message& message, Kept& kept);
+  bool Receive(Incoming& incoming);
+  bool Accept(Incoming& incoming);
   Peer* Find(std::string_view id);
   bool NoteHello(std::string_view id, Peer* peer, const Header& header, Message& message);
   bool NoteNewcomer(std::string_view id, const Header& header, Message& message);
@@ -122,7 +124,8 @@ class Door {
   std::unordered_map<RoutingId, std::unique_ptr<Peer>, RoutingIdHash, std::equal_to<>> peers_;
   Peer* latest_ = nullptr;  // that something came from
   std::unordered_map<std::uint64_t, std::vector<Peer*>> audiences_;
-  std::deque<Kept> kept_;
+  Message id_part_;  // of the message that is being received
+  std::deque<Incoming> kept_;
 };
 
 }  // namespace bus

@@ -162,18 +162,19 @@ void Link::Sever() {
   }
 }
 
-bool Link::Receive(Message& message) {
+bool Link::Receive(Incoming& incoming) {
   while (socket_ready_) {
-    if (socket_.Receive(message) != 0) {
+    if (socket_.Receive(incoming.message) != 0) {
       socket_ready_ = false;
-    } else if (Accept(message)) {
+    } else if (Accept(incoming)) {
       return true;
     }
   }
   return false;
 }
 
-bool Link::Accept(Message& message) {
+bool Link::Accept(Incoming& incoming) {
+  Message& message = incoming.message;
   const std::optional<Header> header = message.HasMoreParts() ? std::nullopt : DecodeHeader(message.octets());
   bool is_well_formed = header.has_value();
   if (is_well_formed && header->to != token_.pid()) {
@@ -191,6 +192,7 @@ bool Link::Accept(Message& message) {
       case Kind::kEvent:
         if (pid_ != 0) {
           Take(message);
+          incoming.header = *header;
           return true;
         }
         is_well_formed = false;
@@ -231,21 +233,21 @@ void Link::Absorb() {
 }
 
 void Link::KeepWhatCame() {
-  Message message;
-  while (token_.HasRoom() && Receive(message)) {
-    token_.Keep(message);
-    kept_.push_back(std::move(message));
+  Incoming incoming;
+  while (token_.HasRoom() && Receive(incoming)) {
+    token_.Keep(incoming.message);
+    kept_.push_back(std::move(incoming));
   }
 }
 
 void Link::DropKept() {
-  for (const Message& message : kept_) {
-    token_.Unkeep(message);
+  for (const Incoming& incoming : kept_) {
+    token_.Unkeep(incoming.message);
   }
   kept_.clear();
 }
 
-bool Link::Next(Message& message) {
+bool Link::Next(Incoming& incoming) {
   if (!was_ready_) {
     KeepWhatCame();  // nothing is delivered before found
   }
@@ -254,25 +256,24 @@ bool Link::Next(Message& message) {
   }
   ReportFound();
   if (kept_.empty()) {
-    return Receive(message);
+    return Receive(incoming);
   }
-  message = std::move(kept_.front());
+  incoming = std::move(kept_.front());
   kept_.pop_front();
-  token_.Unkeep(message);
+  token_.Unkeep(incoming.message);
   return true;
 }
 
 int Link::Deliver(int limit) {
   int calls = 0;
-  Message message;
+  Incoming incoming;
   for (int handled = 0; handled < limit; ++handled) {
     calls += ReportFound();
-    if (!HasSubscribers() || !Next(message)) {
+    if (!HasSubscribers() || !Next(incoming)) {
       break;
     }
-    const std::optional<Header> header = DecodeHeader(message.octets());
-    calls += header->kind == Kind::kEvent ? token_.CallEventHandlers(*header, message)
-                                          : token_.CallSignalHandlers(pid_, *header, message);
+    calls += incoming.header.kind == Kind::kEvent ? token_.CallEventHandlers(incoming.header, incoming.message)
+                                                  : token_.CallSignalHandlers(pid_, incoming.header, incoming.message);
   }
   calls += ReportFound();
   if (state_ == State::kEnding && kept_.empty() && !socket_ready_) {

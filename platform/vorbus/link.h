@@ -70,18 +70,24 @@ class Link final : public Channel {
  private:
   enum class State { kWaiting, kGreeting, kReady, kEnding };
 
+  // A signal or an event.
+  struct Incoming {
+    Header header{};
+    Message message;
+  };
+
   Sent Transmit(Message& message) override;
   bool Connect();
   void Disconnect(int linger_ms);
   Sent Greet();
   Sent HandOver(Message& message);
   void End();
-  bool Receive(Message& message);
-  bool Accept(Message& message);
+  bool Receive(Incoming& incoming);
+  bool Accept(Incoming& incoming);
   bool NoteReady(const Header& header);
   void KeepWhatCame();
   void DropKept();
-  bool Next(Message& message);
+  bool Next(Incoming& incoming);
   int ReportFound();
   int ReportLost();
 
@@ -99,7 +105,7 @@ class Link final : public Channel {
   bool was_ready_ = false;  // in this connection
   bool events_changed_ = false;
   unsigned int hellos_unanswered_ = 0;
-  std::deque<Message> kept_;
+  std::deque<Incoming> kept_;
 };
 
 }  // namespace bus

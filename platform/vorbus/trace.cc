@@ -1,10 +1,15 @@
 // Logging categories of zlog for the bus's users; the bus itself logs nothing.
+#include <sys/mman.h>
+#include <unistd.h>
 #include <vorbus/vorbus.h>
 #include <zlog.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
+#include <string>
+
+#include "fd.h"
 
 namespace {
 
@@ -14,13 +19,22 @@ constexpr char kDefaultConfiguration[] =
     "[rules]\n"
     "*.WARN >stderr; vorbus\n";
 
+// By way of a file in memory: zlog_init_from_string leaks some of what it allocates.
+void SetUpDefault() {
+  const bus::Fd file(memfd_create("vorbus-log", MFD_CLOEXEC));
+  constexpr std::size_t kSize = sizeof kDefaultConfiguration - 1;
+  if (file && write(file.get(), kDefaultConfiguration, kSize) == kSize) {
+    zlog_init(("/proc/self/fd/" + std::to_string(file.get())).c_str());
+  }
+}
+
 // A program that has set zlog up itself keeps its configuration.
 void SetUpZlog() {
   const char* file = std::getenv("VORBUS_LOG_CONF");
   if (file != nullptr && *file != '\0') {
     zlog_init(file);
   } else {
-    zlog_init_from_string(kDefaultConfiguration);
+    SetUpDefault();
   }
 }
 
