@@ -18,6 +18,7 @@ ConfiguredClient::ConfiguredClient(const std::string& config_file, const ServerO
     in_step_ = false;
     replied_ = false;
     ++losses_;
+    if (on_lost) on_lost();
   };
   session_.link().on_cache = [this](const Model& before) {
     step_ = StepBefore(before, wanted_);
@@ -60,9 +61,15 @@ bool ConfiguredClient::Wait(const std::function<bool()>& done, std::optional<std
 
 bool ConfiguredClient::WaitWithServer(const std::function<bool()>& done, std::chrono::milliseconds patience) {
   const int losses_before = losses_;
-  const bool in_time = Wait([&] { return losses_ != losses_before || done(); }, patience);
-  if (losses_ != losses_before) throw Failure(kFailed, "the server went away in the middle of it");
-  return in_time;
+  bool reached = false;
+  Wait(
+      [&] {
+        reached = done();
+        return reached || losses_ != losses_before;
+      },
+      patience);
+  if (!reached && losses_ != losses_before) throw Failure(kFailed, "the server went away in the middle of it");
+  return reached;
 }
 
 }  // namespace cfmctl

@@ -31,15 +31,14 @@ class ConfiguredClient {
   /// Waits for the server, and until it was sent what it lacked of the configuration. Throws Failure.
   void Synchronise();
 
-  bool in_step() const { return in_step_; }
-  /// How often a server was lost.
-  int losses() const { return losses_; }
+  /// Called at once when the server is lost, before anything of the next one arrives.
+  std::function<void()> on_lost;
 
   /// Runs until `done` holds; false when the patience, if there is any, ended first. Throws Failure on SIGINT and
   /// SIGTERM.
   bool Wait(const std::function<bool()>& done, std::optional<std::chrono::milliseconds> patience);
 
-  /// As above for a test that dies with its server: throws Failure when it goes away.
+  /// As above for a test that dies with its server: throws Failure when it goes away before `done` holds.
   bool WaitWithServer(const std::function<bool()>& done, std::chrono::milliseconds patience);
 
  private:
@@ -53,7 +52,7 @@ class ConfiguredClient {
   std::optional<Model> step_;  ///< handed over before `wanted_`, when something has to go before it comes back
   bool replied_ = false;       ///< the client has just acted on a cache reply
   bool in_step_ = false;
-  int losses_ = 0;
+  int losses_ = 0;  ///< how often a server was lost
 };
 
 }  // namespace cfmctl

@@ -10,9 +10,9 @@ namespace cfmctl {
 /// Keeps the order in which members were added.
 using Json = nlohmann::ordered_json;
 
-/// Text from the network need not be UTF-8; what is not becomes U+FFFD.
+/// ASCII alone, so that no text in it can drive a terminal. What is not UTF-8 becomes U+FFFD.
 inline std::string Dump(const Json& json) {
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+  return json.dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 
 /// One line, at once visible to who reads.

@@ -67,7 +67,7 @@ void RenderStatus(const StatusBoard& board, const Style& style, std::ostream& ou
   Tally locals;
   Tally remotes;
   for (const auto& [key, local] : board.meps()) {
-    locals.Count(ProblemsOf(local).empty());
+    if (local.enabled) locals.Count(ProblemsOf(local).empty());
     out << LocalMepLine(key, local, style) << '\n';
     for (const auto& [remote_mep_id, remote] : local.remotes) {
       remotes.Count(ProblemsOf(remote).empty());
@@ -113,7 +113,7 @@ Json RemoteMepJson(std::uint16_t remote_mep_id, const RemoteMep& mep) {
     json["rdi"] = status.rdi;
     json["interface-status"] = NameOf(kInterfaceStatusNames, status.intf_status);
     json["port-status"] = NameOf(kPortStatusNames, status.port_state);
-    json["sender-id"] = status.sender_id;
+    json["sender-id"] = Escape(status.sender_id);
     json["last-change-uptime"] = status.last_change_uptime;
   }
   return json;

@@ -113,7 +113,7 @@ bool StatusBoard::Update(const std::string& md, const std::string& ma, std::uint
 bool StatusBoard::Update(const std::string& md, const std::string& ma, std::uint16_t local_mep_id,
                          std::uint16_t remote_mep_id, const cfm::st_remote_mep_status& status) {
   LocalMep* local = Find(md, ma, local_mep_id);
-  if (local == nullptr) return false;
+  if (local == nullptr || !local->enabled) return false;
   RemoteMep& remote = local->remotes[remote_mep_id];
   const bool first = !remote.status.has_value();
   const bool changed = first || !Same(*remote.status, status);

@@ -38,7 +38,7 @@ class StatusBoard {
   explicit StatusBoard(const Model& model);
 
   // What the server reports. Each returns whether anything is different now; end points that the model does not have
-  // belong to somebody else and are passed over.
+  // belong to somebody else and are passed over, and so are the remote ones of a disabled end point, which sees none.
   bool Update(const std::string& md, const std::string& ma, std::uint16_t mep_id,
               const cfm::st_local_mep_status& status);
   bool Update(const std::string& md, const std::string& ma, std::uint16_t local_mep_id, std::uint16_t remote_mep_id,

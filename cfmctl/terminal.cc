@@ -1,6 +1,7 @@
 #include "terminal.h"
 
 #include <fmt/format.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +14,11 @@ namespace cfmctl {
 
 bool IsTerminal(int descriptor) {
   return isatty(descriptor) == 1;
+}
+
+std::size_t TerminalRows(int descriptor) {
+  winsize size{};
+  return ioctl(descriptor, TIOCGWINSZ, &size) == 0 ? size.ws_row : 0;
 }
 
 Style StyleFor(int descriptor) {

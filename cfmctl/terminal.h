@@ -12,6 +12,9 @@ namespace cfmctl {
 
 bool IsTerminal(int descriptor);
 
+/// The height of the terminal; 0 when it is none or does not say.
+std::size_t TerminalRows(int descriptor);
+
 /// With colours on a terminal, unless NO_COLOR is set or the terminal knows none.
 Style StyleFor(int descriptor);
 

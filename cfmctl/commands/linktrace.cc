@@ -185,8 +185,9 @@ int Linktrace(const GlobalOptions& global, const LinktraceOptions& options) {
   trigger.ttl = static_cast<std::uint8_t>(options.ttl);
 
   LinktraceTest test(options, trigger.trigger_id);
-  configured.client().RegisterLinktraceHandler(&test);
   configured.Synchronise();
+  // Not earlier: what started before is somebody else's.
+  configured.client().RegisterLinktraceHandler(&test);
   // The server takes replies for five seconds.
   RunTest(
       configured, test.progress(), std::chrono::seconds(5), [&] { configured.client().LinktraceTrigger(trigger); },

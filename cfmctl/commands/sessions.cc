@@ -2,6 +2,7 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <ctime>
 #include <iostream>
 #include <memory>
@@ -64,12 +65,12 @@ std::string ReportText(const cfm::delay_measurement_session_report& report) {
 
 class Reporter final : public StatusListener {
  public:
-  explicit Reporter(const SessionsOptions& options) : options_(options) {}
+  Reporter(const SessionsOptions& options, const cfm::probe& probes) : options_(options), probes_(probes) {}
 
   bool done() const { return options_.count != 0 && reported_ == options_.count; }
 
   void OnDelayMeasurementSessionEnded(const cfm::delay_measurement_session_report& report) override {
-    if (done()) return;
+    if (done() || !IsOurs(report)) return;
     ++reported_;
     if (options_.json) {
       WriteLine(ReportJson(report), std::cout);
@@ -79,7 +80,18 @@ class Reporter final : public StatusListener {
   }
 
  private:
+  /// The last report of a session that the configuration file no longer has is nothing to wait for.
+  bool IsOurs(const cfm::delay_measurement_session_report& report) const {
+    const auto probe = std::find_if(probes_.probes.begin(), probes_.probes.end(),
+                                    [&](const auto& entry) { return entry.first == report.report_u32_1; });
+    if (probe == probes_.probes.end()) return false;
+    const auto& sessions = probe->second.sessions;
+    return std::any_of(sessions.begin(), sessions.end(),
+                       [&](const auto& entry) { return entry.first == report.report_u32_2; });
+  }
+
   const SessionsOptions& options_;
+  const cfm::probe& probes_;
   std::size_t reported_ = 0;
 };
 
@@ -88,18 +100,12 @@ int Sessions(const GlobalOptions& global, const SessionsOptions& options) {
   if (configured.model().probes.probes.empty()) {
     throw Failure(kBadInput, "the configuration file has no probes, so no session will ever report");
   }
-  Reporter reporter(options);
+  Reporter reporter(options, configured.model().probes);
   configured.client().RegisterStatusHandler(&reporter);
   configured.Synchronise();
-  int losses = configured.losses();
+  configured.on_lost = [] { std::cerr << "cfmctl: the server went away; waiting for its return\n"; };
   try {
-    configured.Wait(
-        [&] {
-          if (configured.losses() != losses) std::cerr << "cfmctl: the server went away; waiting for its return\n";
-          losses = configured.losses();
-          return reporter.done();
-        },
-        std::nullopt);
+    configured.Wait([&reporter] { return reporter.done(); }, std::nullopt);
   } catch (const Failure& failure) {
     // Without a count this is the one way to end it.
     if (options.count == 0 && failure.status() > kSignalBase) return kOk;

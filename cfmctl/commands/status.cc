@@ -7,6 +7,7 @@
 #include <iostream>
 #include <memory>
 #include <sstream>
+#include <vector>
 
 #include "commands/commands.h"
 #include "configured_client.h"
@@ -26,9 +27,13 @@ class BoardKeeper final : public StatusListener {
 
   StatusBoard& board() { return board_; }
 
+  std::function<void()> server_found;
   std::function<void(const StatusBoard::Key&)> local_changed;
   std::function<void(const StatusBoard::Key&, std::uint16_t remote_mep_id)> remote_changed;
 
+  void OnServerFound() override {
+    if (server_found) server_found();
+  }
   void OnLocalMepStatus(const std::string& md, const std::string& ma, std::uint16_t mep_id,
                         const cfm::st_local_mep_status& status) override {
     Local(board_.Update(md, ma, mep_id, status), {md, ma, mep_id});
@@ -62,13 +67,21 @@ int Status(const GlobalOptions& options, bool json) {
   StatusBoard& board = keeper.board();
   configured.client().RegisterStatusHandler(&keeper);
   configured.Synchronise();
-  // The server reports every MEP after each synchronisation, without a mark at the end.
-  configured.WaitWithServer([&board] { return board.complete(); }, options.server.timeout);
-  if (json) {
-    WriteLine(StatusJson(board), std::cout);
-  } else {
-    RenderStatus(board, StyleFor(STDOUT_FILENO), std::cout);
+  const auto print = [&board, json] {
+    if (json) {
+      WriteLine(StatusJson(board), std::cout);
+    } else {
+      RenderStatus(board, StyleFor(STDOUT_FILENO), std::cout);
+    }
+  };
+  try {
+    // The server reports every MEP after each synchronisation, without a mark at the end.
+    configured.WaitWithServer([&board] { return board.complete(); }, options.server.timeout);
+  } catch (const Failure&) {
+    print();
+    throw;
   }
+  print();
   return board.well() ? kOk : kFailed;
 }
 
@@ -87,11 +100,23 @@ class WatchOutput {
   virtual void Flush(const StatusBoard& board) = 0;
 };
 
+/// The lines of a text that `rows` hold, and the one below them that the cursor is on: the end goes before the middle.
+std::vector<std::string> Fitting(const std::string& text, std::size_t rows) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  constexpr std::size_t kFewest = 5;
+  if (rows < kFewest || lines.size() < rows) return lines;
+  const std::size_t dropped = lines.size() - (rows - 2);
+  lines.erase(lines.end() - 1 - static_cast<std::ptrdiff_t>(dropped), lines.end() - 1);
+  lines.insert(lines.end() - 1, fmt::format("... {} more; 'cfmctl status' prints them all", Count(dropped, "line")));
+  return lines;
+}
+
 /// Redrawn in place.
 class WatchScreen final : public WatchOutput {
  public:
   explicit WatchScreen(Style style) : style_(style) {}
-  // ECMA-48: the alternate screen keeps what stood on the terminal before.
   void Server(bool there) override {
     there_ = there;
     changed_ = true;
@@ -106,10 +131,10 @@ class WatchScreen final : public WatchOutput {
     std::ostringstream text;
     text << style_.Dim(TimeStamp()) << (there_ ? "" : "  " + style_.Red("no server")) << '\n';
     RenderStatus(board, style_, text);
-    // ECMA-48: CUP to the top, EL after each line, ED for what is below.
-    std::string screen = "\x1b[H";
-    for (const char octet : text.str()) screen += octet == '\n' ? std::string("\x1b[K\n") : std::string(1, octet);
-    std::cout << (first_ ? "\x1b[2J" : "") << screen << "\x1b[J" << std::flush;
+    // ECMA-48: CUP to the top, EL after each line, ED for what is below. What is too wide is cut off there (DECAWM).
+    std::string screen = "\x1b[?7l\x1b[H";
+    for (const std::string& line : Fitting(text.str(), TerminalRows(STDOUT_FILENO))) screen += line + "\x1b[K\n";
+    std::cout << (first_ ? "\x1b[2J" : "") << screen << "\x1b[J\x1b[?7h" << std::flush;
     first_ = false;
   }
 
@@ -172,18 +197,17 @@ int Watch(const GlobalOptions& options, bool json) {
     const auto remote = remotes.find(remote_mep_id);
     output->Remote(key, remote_mep_id, remote == remotes.end() ? nullptr : &remote->second);
   };
+  keeper.server_found = [&output] { output->Server(true); };
+  configured.on_lost = [&] {
+    keeper.board().Forget();
+    output->Server(false);
+  };
   configured.client().RegisterStatusHandler(&keeper);
 
-  bool was_there = false;
   try {
     configured.Synchronise();
     configured.Wait(
         [&] {
-          if (configured.in_step() != was_there) {
-            was_there = configured.in_step();
-            if (!was_there) keeper.board().Forget();
-            output->Server(was_there);
-          }
           output->Flush(keeper.board());
           return false;
         },
