@@ -11,7 +11,7 @@
 // CFM_MGR_SRV_EVENT_.
 //
 // Statements; TEXT is protobuf text format on one line, HEX pairs of hexadecimal digits; both may be empty (an empty
-// payload) and may be given as @FILE instead:
+// payload) and may be given as @FILE instead. In TEXT $trigger_id stands for that of the trigger that arrived last:
 //
 //   # comment
 //   reply SIGNAL TEXT         sends to the sender of the signal that was taken last (by wait, expect or on)
@@ -41,13 +41,13 @@
 //   event LOOPBACK_STARTED trigger_id: 7 target_mac: "\002\000\000\000\000\001"
 //   raw-event LINKTRACE_ENDED ff
 #include <poll.h>
-#include <signal.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -117,8 +117,7 @@ std::string Argument(std::string_view text) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-std::string PayloadFromText(const google::protobuf::Message* prototype, std::string_view text) {
-  const std::string argument = Argument(text);
+std::string PayloadFromText(const google::protobuf::Message* prototype, const std::string& argument) {
   if (prototype == nullptr) {
     if (!argument.empty()) {
       throw ScriptError("this signal carries no payload");
@@ -130,6 +129,32 @@ std::string PayloadFromText(const google::protobuf::Message* prototype, std::str
     throw ScriptError("not a " + prototype->GetTypeName() + ": " + argument);
   }
   return message->SerializeAsString();
+}
+
+// The trigger id in a trigger, or in its key as linktrace has it.
+std::optional<std::string> TriggerIdOf(std::string_view payload_text) {
+  constexpr std::string_view kField = "trigger_id: ";
+  // Past quoted names, where anything may stand.
+  bool quoted = false;
+  for (std::size_t at = 0; at < payload_text.size(); ++at) {
+    if (payload_text[at] == '\\') {
+      ++at;
+    } else if (payload_text[at] == '"') {
+      quoted = !quoted;
+    } else if (!quoted && payload_text.substr(at).starts_with(kField)) {
+      const std::string_view value = payload_text.substr(at + kField.size());
+      return std::string(value.substr(0, value.find(' ')));
+    }
+  }
+  return std::nullopt;
+}
+
+std::string WithTriggerId(std::string text, std::string_view trigger_id) {
+  constexpr std::string_view kVariable = "$trigger_id";
+  for (std::size_t at = text.find(kVariable); at != std::string::npos; at = text.find(kVariable, at)) {
+    text.replace(at, kVariable.size(), trigger_id);
+  }
+  return text;
 }
 
 std::string PayloadFromHex(std::string_view text) {
@@ -247,6 +272,9 @@ class Peer {
 
   void Take(Arrival arrival) {
     std::cout << arrival.entry->name << (arrival.payload.empty() ? "" : " ") << arrival.payload << std::endl;
+    if (auto trigger_id = TriggerIdOf(arrival.payload)) {
+      last_trigger_id_ = std::move(*trigger_id);
+    }
     std::vector<std::string> due;
     std::erase_if(rules_, [&](const Rule& rule) {
       if (rule.entry == arrival.entry) {
@@ -347,7 +375,7 @@ class Peer {
     const SignalEntry& entry = Find(cfm_test::ClientSignals(), NextWord(rest));
     std::string wanted;
     if (!rest.empty()) {
-      const std::string payload = PayloadFromText(entry.prototype, rest);
+      const std::string payload = PayloadFromText(entry.prototype, Argument(rest));
       wanted = cfm_test::PayloadText(entry.prototype, payload.data(), payload.size());
     }
     const auto arrival = NextArrival(statement);
@@ -358,17 +386,21 @@ class Peer {
     }
   }
 
+  std::string Payload(const google::protobuf::Message* prototype, std::string_view text) const {
+    return PayloadFromText(prototype, WithTriggerId(Argument(text), last_trigger_id_));
+  }
+
   // The statements that act at once.
   void Act(std::string_view line, vorbus_pid_t sender) {
     std::string_view rest(line);
     const std::string_view verb = NextWord(rest);
     if (verb == "reply" || verb == "raw-reply") {
       const SignalEntry& entry = Find(cfm_test::ServerSignals(), NextWord(rest));
-      const std::string payload = verb == "reply" ? PayloadFromText(entry.prototype, rest) : PayloadFromHex(rest);
+      const std::string payload = verb == "reply" ? Payload(entry.prototype, rest) : PayloadFromHex(rest);
       vorbus_sig_send(token_, &sender, entry.signal, payload.data(), payload.size());
     } else if (verb == "event" || verb == "raw-event") {
       const EventEntry& entry = Find(cfm_test::ServerEvents(), NextWord(rest));
-      const std::string payload = verb == "event" ? PayloadFromText(entry.prototype, rest) : PayloadFromHex(rest);
+      const std::string payload = verb == "event" ? Payload(entry.prototype, rest) : PayloadFromHex(rest);
       vorbus_event_publish(token_, entry.event, payload.data(), payload.size());
     } else if (verb == "say") {
       std::cout << "say " << rest << std::endl;
@@ -387,6 +419,7 @@ class Peer {
   std::vector<Rule> rules_;
   std::deque<Arrival> arrivals_;  // that no wait or expect has looked at
   vorbus_pid_t last_sender_ = 0;
+  std::string last_trigger_id_ = "0";
   std::chrono::milliseconds timeout_{60'000};
   std::optional<int> status_;  // set: end with it
 };
