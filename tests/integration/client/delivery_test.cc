@@ -1,8 +1,8 @@
 // What a peer in the server's place sends reaches the application through the real bus, well-formed or not.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
+#include <csignal>
 #include <string>
 #include <vector>
 

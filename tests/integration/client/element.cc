@@ -14,7 +14,7 @@ Process::Environment In(const TempDir& directory) {
 // Each under a name of its own: a process may still be reading the one before.
 std::string WriteFile(const TempDir& directory, std::string_view text) {
   static std::atomic<unsigned> number{0};
-  const std::string file = directory / ("file-" + std::to_string(++number));
+  std::string file = directory / ("file-" + std::to_string(++number));
   std::ofstream(file) << text;
   return file;
 }

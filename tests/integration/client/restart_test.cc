@@ -1,8 +1,8 @@
 // What happens to the configuration when the server, the application or both go and come back.
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <chrono>
+#include <csignal>
 #include <string>
 #include <vector>
 

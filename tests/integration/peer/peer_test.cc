@@ -1,8 +1,8 @@
 // The scripted peer does what its script says, and says what it is sent.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
+#include <csignal>
 #include <fstream>
 #include <string>
 
