@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <span>
 
 namespace {
 
@@ -148,8 +149,8 @@ void vorbus::Collect(milliseconds timeout) {
     events = many.data();
   }
   const int count = epoll_wait(poll_.get(), events, watched_, static_cast<int>(timeout.count()));
-  for (int i = 0; i < count; ++i) {
-    *static_cast<bool*>(events[i].data.ptr) = true;
+  for (const epoll_event& event : std::span(events, static_cast<std::size_t>(std::max(count, 0)))) {
+    *static_cast<bool*>(event.data.ptr) = true;
   }
   if (wake_ready_) {
     wake_ready_ = wake_written_ = false;
