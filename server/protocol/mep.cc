@@ -13,11 +13,11 @@
 
 namespace cfm::protocol {
 
-Mep::Mep(const MepIdentity& identity, const MepSettings& settings, const PortState& port, MepOutput& output,
-         const Random& random, TimePoint now)
+Mep::Mep(const MepIdentity& identity, MepSettings settings, PortState port, MepOutput& output, const Random& random,
+         TimePoint now)
     : identity_(identity),
-      settings_(settings),
-      port_(port),
+      settings_(std::move(settings)),
+      port_(std::move(port)),
       output_(output),
       random_(random),
       transmitter_(output),
@@ -316,6 +316,11 @@ void Mep::RemoveSession(std::uint16_t probe_id, std::uint16_t session_id, TimePo
   if (const auto probe = probes_.find(probe_id); probe != probes_.end()) {
     probe->second.RemoveSession(session_id, remotes_, now);
   }
+}
+
+const Probe* Mep::FindProbe(std::uint16_t probe_id) const {
+  const auto probe = probes_.find(probe_id);
+  return probe == probes_.end() ? nullptr : &probe->second;
 }
 
 LocalStatus Mep::status() const {

@@ -45,8 +45,8 @@ class Mep {
   };
 
   /// Begins at once. The output outlives the end point.
-  Mep(const MepIdentity& identity, const MepSettings& settings, const PortState& port, MepOutput& output,
-      const Random& random, TimePoint now);
+  Mep(const MepIdentity& identity, MepSettings settings, PortState port, MepOutput& output, const Random& random,
+      TimePoint now);
   Mep(const Mep&) = delete;
   Mep& operator=(const Mep&) = delete;
   ~Mep() = default;
@@ -89,6 +89,8 @@ class Mep {
   const LoopbackResponder& loopback_responder() const { return loopback_responder_; }
   const LinktraceInitiator& linktrace() const { return linktrace_; }
   const LinktraceResponder& linktrace_responder() const { return linktrace_responder_; }
+  /// Null when it is not known.
+  const Probe* FindProbe(std::uint16_t probe_id) const;
   const Dropped& dropped() const { return dropped_; }
   /// Those of CCMs, which clients see.
   void ClearStatistics();

@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <numeric>
+#include <random>
+#include <string>
 #include <vector>
 
 #include "network.h"
@@ -310,6 +313,44 @@ TEST_F(AMep, AnswersNothingToAllButLoopbackAndLinktraceMessages) {
   Deliver(LbmOctets(), Group(5));
   Advance(0ms);
   EXPECT_EQ(output_.frames.back().opcode(), pdu::Opcode::kLbr);
+}
+
+TEST_F(AMep, AnswersAnyOctetsWithAtMostOneFrameEach) {
+  const std::vector<Octets> seeds = {
+      Encoded(GoodCcm(), pdu::EncodeCcm),
+      LbmOctets(),
+      Encoded(pdu::Ltm{.level = 5,
+                       .ttl = 3,
+                       .original_address = Station(2),
+                       .target_address = Station(1),
+                       .egress_identifier = pdu::EgressIdentifier{},
+                       .sender_id = std::nullopt},
+              pdu::EncodeLtm),
+      Encoded(pdu::Ltr{.level = 5, .sender_id = std::nullopt}, pdu::EncodeLtr),
+      Encoded(pdu::TwoWayDelay{.level = 5, .sent_f = {1, 1}, .data = {}}, pdu::EncodeDmm),
+      Encoded(pdu::Ais{.level = 5, .period = pdu::AisPeriod::k1s}, pdu::EncodeAis)};
+  const std::vector<pdu::MacAddress> destinations = {Station(1), Group(5), Group(5, pdu::GroupClass::k2)};
+  settings_.send_ccms = false;
+  settings_.learn = true;
+  mep_.Update(settings_, output_.now);
+  std::mt19937 random(1);
+  std::size_t answers = 0;
+  for (int i = 0; i < 100000; ++i) {
+    Octets octets = seeds[random() % seeds.size()];
+    for (auto flips = random() % 4; flips > 0; --flips) {
+      octets[random() % octets.size()] = static_cast<std::uint8_t>(random());
+    }
+    if (random() % 8 == 0) octets.resize(random() % (octets.size() + 1));
+    Deliver(octets, destinations[random() % destinations.size()]);
+    Advance(1ms);
+    // Its random times are zero: whatever answers this frame has left by now.
+    const std::size_t sent = output_.TakeFrames().size();
+    ASSERT_LE(sent, 1U);
+    answers += sent;
+  }
+  EXPECT_GT(answers, 1000U);
+  const auto& malformed = mep_.dropped().malformed;
+  EXPECT_GT(std::accumulate(malformed.begin(), malformed.end(), std::uint64_t{0}), 1000U);
 }
 
 // ---- Defects ----
