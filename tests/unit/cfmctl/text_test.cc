@@ -33,6 +33,15 @@ TEST(ACount, IsGroupedAndAgreesWithItsNoun) {
   EXPECT_EQ(Grouped(1234567), "1,234,567");
 }
 
+TEST(APercentage, HasFourDigitsAtMost) {
+  EXPECT_EQ(PercentText(0, 0), "0%");
+  EXPECT_EQ(PercentText(0, 3), "0%");
+  EXPECT_EQ(PercentText(1, 3), "33.33%");
+  EXPECT_EQ(PercentText(1, 8), "12.5%");
+  EXPECT_EQ(PercentText(3, 3), "100%");
+  EXPECT_EQ(PercentText(1, 1024), "0.09766%");
+}
+
 TEST(ANumber, IsDecimalDigitsAndNothingElse) {
   EXPECT_EQ(ParseNumber("0"), 0u);
   EXPECT_EQ(ParseNumber("8191"), 8191u);
