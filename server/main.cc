@@ -1,4 +1,6 @@
 // cfm-mgr: takes its options, attaches to the middleware under its process name and serves until it is told to end.
+#include <google/protobuf/stubs/logging.h>
+#include <sys/mman.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 #include <zlog.h>
@@ -55,7 +57,8 @@ int OpenSignals() {
   return fd;
 }
 
-// Before the middleware sets logging up, which leaves it alone then.
+// Before the middleware sets logging up, which leaves it alone then. From a file in memory: zlog_init_from_string loses
+// the memory of what it first allocates.
 void ConfigureLogging(const std::string& level) {
   const std::string rules =
       "[formats]\n"
@@ -63,7 +66,11 @@ void ConfigureLogging(const std::string& level) {
       "[rules]\n"
       "*." +
       level + " >stderr; line\n";
-  if (zlog_init_from_string(rules.c_str()) != 0) throw std::runtime_error("logging cannot be set up");
+  const int fd = memfd_create("cfm-mgr-log", MFD_CLOEXEC);
+  const bool is_written = fd >= 0 && write(fd, rules.data(), rules.size()) == static_cast<ssize_t>(rules.size());
+  const bool is_set_up = is_written && zlog_init(("/proc/self/fd/" + std::to_string(fd)).c_str()) == 0;
+  close(fd);
+  if (!is_set_up) throw std::runtime_error("logging cannot be set up");
 }
 
 // The directory that the middleware uses for these options, for messages.
@@ -86,6 +93,8 @@ int ReportOpenError(int error, const Options& options) {
 
 int Serve(const Options& options) {
   const int signals = OpenSignals();
+  google::protobuf::SetLogHandler(
+      nullptr);  // what it would say of a malformed message, the server says in its own lines
   if (!options.log_level.empty()) ConfigureLogging(options.log_level);
 
   vorbus_options_t attachment = {};

@@ -162,7 +162,7 @@ client_server::OpCacheSync RawClient::Cache() {
   return cache;
 }
 
-ServerProcess::ServerProcess(const std::vector<std::string>& options) : options_(options) {
+ServerProcess::ServerProcess(std::vector<std::string> options) : options_(std::move(options)) {
   Start();
 }
 

@@ -77,7 +77,7 @@ class RawClient {
 // A server process in a directory of its own, ready for clients.
 class ServerProcess {
  public:
-  explicit ServerProcess(const std::vector<std::string>& options = {});
+  explicit ServerProcess(std::vector<std::string> options = {});
 
   // Ends the present run by SIGKILL and starts another.
   void Restart();

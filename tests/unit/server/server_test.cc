@@ -1,6 +1,7 @@
 #include "contract/server.h"
 
 #include <gmock/gmock.h>
+#include <google/protobuf/stubs/logging.h>
 
 #include <array>
 #include <cerrno>
@@ -95,6 +96,7 @@ class AServer : public testing::Test {
     return warnings;
   }
 
+  const google::protobuf::LogSilencer quiet_;  // names are any octets
   recording::Middleware middleware_;
   std::unique_ptr<Server> server_;
 };
