@@ -22,6 +22,7 @@ Terminal::Terminal(const std::vector<std::string>& arguments, const Process::Env
                    unsigned short rows, unsigned short columns) {
   std::vector<std::string> words = arguments;
   std::vector<char*> command;
+  command.reserve(words.size() + 1);
   for (std::string& word : words) command.push_back(word.data());
   command.push_back(nullptr);
 
