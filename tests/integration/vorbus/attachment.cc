@@ -16,7 +16,7 @@ constexpr vorbus_sigblock_t kBlock = {0x54455354};
 constexpr vorbus_evgroup_t kGroup = {0x54455355};
 
 char Octet(std::uint32_t number, std::size_t place) {
-  return static_cast<char>(number * 31 + place * 7 + (place >> 8) + (place >> 16));
+  return static_cast<char>(std::size_t{31} * number + place * 7 + (place >> 8) + (place >> 16));
 }
 
 }  // namespace

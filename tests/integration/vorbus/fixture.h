@@ -25,9 +25,7 @@ class PeerProcess {
 
   template <typename... Words>
   void Do(const std::string& command, const Words&... words) {
-    std::string line = command;
-    ((line += ' ', line += Text(words)), ...);
-    process_.WriteLine(line);
+    process_.WriteLine((command + ... + (' ' + Text(words))));
   }
   // The same for a command that is acknowledged: it holds from now on.
   template <typename... Words>
