@@ -16,7 +16,6 @@ using expected::AddMa;
 using expected::AddToCache;
 using expected::kServer;
 using expected::Md;
-using expected::Mep;
 using recording::AskedLimid;
 using recording::Journal;
 using recording::Same;

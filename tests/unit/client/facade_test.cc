@@ -121,7 +121,7 @@ TEST_F(FacadeSlot, 4RegistersTheDelayMeasurementHandler) {
 
 TEST_F(FacadeSlot, 5DestroysTheObjectAndLeavesItsStorage) {
   alignas(Client) std::byte storage[sizeof(Client)];
-  Client* const placed = new (storage) Client(middleware.token());
+  auto* const placed = new (storage) Client(middleware.token());
   EXPECT_EQ(middleware.live_registrations(), 2U * 19);
   middleware.Take();
   CallSlot(*placed, 5);

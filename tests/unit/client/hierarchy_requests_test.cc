@@ -18,7 +18,6 @@ static_assert(sizeof(cfm::CcmInterval) == 4 && sizeof(cfm::FaultAction) == 4);
 
 using expected::kServer;
 using recording::AskedIfindex;
-using recording::Entry;
 using recording::Same;
 using recording::Sent;
 
