@@ -2,8 +2,8 @@
  *
  * By default a logical id is the kernel's interface index. A map file gives ports other numbers: it is named by the
  * environment variable LIMID_MAP, and is read anew when it changes. Each line holds a logical id (1 to 4294967295) and
- * an interface name; '#' begins a comment. Interfaces that the file does not name keep their index as logical id, but an
- * id that the file gives to one port never means another.
+ * an interface name; '#' begins a comment. Interfaces that the file does not name keep their index as logical id, but
+ * an id that the file gives to one port never means another.
  *
  * All three return 0 or a negative errno, and leave their output zero or empty on failure:
  *   -EINVAL  a null output, or a buffer of length 0
@@ -29,13 +29,13 @@ extern "C" {
 #endif
 
 /* The kernel's interface index of a logical id. */
-LIMID_API int limid_to_ifindex(uint32_t limid, uint32_t *ifindex);
+LIMID_API int limid_to_ifindex(uint32_t limid, uint32_t* ifindex);
 
 /* The logical id of a kernel interface index. */
-LIMID_API int limid_from_ifindex(uint32_t ifindex, uint32_t *limid);
+LIMID_API int limid_from_ifindex(uint32_t ifindex, uint32_t* limid);
 
 /* The interface name of a logical id, NUL-terminated; length counts the octets of name, 16 (IF_NAMESIZE) always do. */
-LIMID_API int limid_to_intfname(uint32_t limid, char *name, size_t length);
+LIMID_API int limid_to_intfname(uint32_t limid, char* name, size_t length);
 
 #ifdef __cplusplus
 }
