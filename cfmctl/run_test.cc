@@ -1,14 +1,26 @@
 #include "run_test.h"
 
+#include <iostream>
 #include <random>
 
 #include "failure.h"
+#include "json.h"
 
 namespace cfmctl {
 
 std::uint32_t RandomTriggerId() {
   std::random_device random;
   return std::uniform_int_distribution<std::uint32_t>(1)(random);
+}
+
+void ReportRefusal(bool json, std::optional<std::uint32_t> error_code, const std::string& reason) {
+  if (json) {
+    Json event = {{"event", "refused"}};
+    if (error_code) event["error-code"] = *error_code;
+    event["reason"] = reason;
+    WriteLine(event, std::cout);
+  }
+  std::cerr << "cfmctl: refused: " << reason << std::endl;
 }
 
 void RunTest(ConfiguredClient& configured, const TestProgress& progress, std::chrono::milliseconds duration,

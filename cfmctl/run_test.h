@@ -5,8 +5,11 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <optional>
+#include <string>
 
 #include "configured_client.h"
+#include "mep_address.h"
 
 namespace cfmctl {
 
@@ -19,6 +22,21 @@ struct TestProgress {
 
 /// A number for one request: reports are broadcast, so that other applications' requests must not share it.
 std::uint32_t RandomTriggerId();
+
+/// The fields that every trigger begins with, the rest zero.
+template <typename Trigger>
+Trigger TriggerFor(const TestAddress& address) {
+  Trigger trigger{};
+  trigger.trigger_id = RandomTriggerId();
+  trigger.md_name = address.md_name;
+  trigger.ma_name = address.ma_name;
+  trigger.mep_id = address.mep_id;
+  trigger.target_mep_id = address.target_mep_id;
+  return trigger;
+}
+
+/// Says why the server refused a test: on standard error, and with `json` as an event on standard output.
+void ReportRefusal(bool json, std::optional<std::uint32_t> error_code, const std::string& reason);
 
 /// Triggers, waits for the start within the time-out and for the end within `duration` beside it, and then has the
 /// summary printed, also of what is known when the test does not come to its end. Throws Failure when it does not: the

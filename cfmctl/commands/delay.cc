@@ -37,10 +37,7 @@ class DelayTest final : public cfm::ReceivedDelayMeasurementHandlerIntf {
                                       std::uint16_t /*target_mep_id*/) override {
     if (trigger_id != trigger_id_) return;
     progress_.refused = true;
-    if (options_.json) {
-      WriteLine({{"event", "refused"}, {"error-code", error_code}, {"reason", RefusalText(error_code)}}, std::cout);
-    }
-    std::cerr << "cfmctl: refused: " << RefusalText(error_code) << std::endl;
+    ReportRefusal(options_.json, error_code, RefusalText(error_code));
   }
 
   void OnDelayMeasurementStarted(std::uint32_t trigger_id, const cfm::st_mac& target_mac) override {
@@ -147,12 +144,7 @@ int Delay(const GlobalOptions& global, const DelayOptions& options) {
   const std::chrono::milliseconds interval = IntervalFrom(options.interval_text);
   ConfiguredClient configured(global.config_file, global.server);
   Validate(options.address, configured.model());
-  cfm::delay_measurement_trigger trigger{};
-  trigger.trigger_id = RandomTriggerId();
-  trigger.md_name = options.address.md_name;
-  trigger.ma_name = options.address.ma_name;
-  trigger.mep_id = options.address.mep_id;
-  trigger.target_mep_id = options.address.target_mep_id;
+  auto trigger = TriggerFor<cfm::delay_measurement_trigger>(options.address);
   trigger.dm_param_1 = options.count;
   trigger.dm_param_2 = static_cast<std::uint32_t>(interval.count());
   trigger.dm_param_3 = options.size;

@@ -116,8 +116,7 @@ class LinktraceTest final : public cfm::ReceivedLinktraceHandlerIntf {
     constexpr const char* kReason =
         "the server gives no reason for a linktrace: the MEP is not there or not operational, or it has never heard "
         "of the target; see 'cfmctl status' and the server's log";
-    if (options_.json) WriteLine({{"event", "refused"}, {"reason", kReason}}, std::cout);
-    std::cerr << "cfmctl: refused: " << kReason << std::endl;
+    ReportRefusal(options_.json, std::nullopt, kReason);
   }
 
   bool reached() const {
@@ -176,12 +175,7 @@ class LinktraceTest final : public cfm::ReceivedLinktraceHandlerIntf {
 int Linktrace(const GlobalOptions& global, const LinktraceOptions& options) {
   ConfiguredClient configured(global.config_file, global.server);
   Validate(options.address, configured.model());
-  cfm::linktrace_trigger trigger{};
-  trigger.trigger_id = RandomTriggerId();
-  trigger.md_name = options.address.md_name;
-  trigger.ma_name = options.address.ma_name;
-  trigger.mep_id = options.address.mep_id;
-  trigger.target_mep_id = options.address.target_mep_id;
+  auto trigger = TriggerFor<cfm::linktrace_trigger>(options.address);
   trigger.ttl = static_cast<std::uint8_t>(options.ttl);
 
   LinktraceTest test(options, trigger.trigger_id);

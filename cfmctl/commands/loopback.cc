@@ -33,10 +33,7 @@ class LoopbackTest final : public cfm::ReceivedLoopbackHandlerIntf {
                               std::uint16_t /*target_mep_id*/) override {
     if (trigger_id != trigger_id_) return;
     progress_.refused = true;
-    if (options_.json) {
-      WriteLine({{"event", "refused"}, {"error-code", error_code}, {"reason", RefusalText(error_code)}}, std::cout);
-    }
-    std::cerr << "cfmctl: refused: " << RefusalText(error_code) << std::endl;
+    ReportRefusal(options_.json, error_code, RefusalText(error_code));
   }
 
   void OnLoopbackStarted(std::uint32_t trigger_id, const cfm::st_mac& target_mac) override {
@@ -117,12 +114,7 @@ class LoopbackTest final : public cfm::ReceivedLoopbackHandlerIntf {
 int Loopback(const GlobalOptions& global, const LoopbackOptions& options) {
   ConfiguredClient configured(global.config_file, global.server);
   Validate(options.address, configured.model());
-  cfm::loopback_trigger trigger{};
-  trigger.trigger_id = RandomTriggerId();
-  trigger.md_name = options.address.md_name;
-  trigger.ma_name = options.address.ma_name;
-  trigger.mep_id = options.address.mep_id;
-  trigger.target_mep_id = options.address.target_mep_id;
+  auto trigger = TriggerFor<cfm::loopback_trigger>(options.address);
   trigger.lb_param_1 = options.count;
   trigger.lb_param_2 = options.size;
 
