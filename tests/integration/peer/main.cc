@@ -229,7 +229,7 @@ class Peer {
           token_, receiver.entry->signal,
           [](vorbus_t* /*token*/, void* user, const vorbus_pid_t* sender, void* data, size_t size) {
             const auto& to = *static_cast<Receiver*>(user);
-            to.peer->Take({to.entry, *sender, cfm_test::PayloadText(to.entry->prototype, data, size)});
+            to.peer->arrived_.push_back({to.entry, *sender, cfm_test::PayloadText(to.entry->prototype, data, size)});
           },
           &receiver);
     }
@@ -270,7 +270,10 @@ class Peer {
     std::string statement;
   };
 
-  void Take(Arrival arrival) {
+  // Prints the first of those that have arrived, follows the rules for it and leaves it to wait and expect.
+  void Take() {
+    Arrival arrival = std::move(arrived_.front());
+    arrived_.pop_front();
     std::cout << arrival.entry->name << (arrival.payload.empty() ? "" : " ") << arrival.payload << std::endl;
     if (auto trigger_id = TriggerIdOf(arrival.payload)) {
       last_trigger_id_ = std::move(*trigger_id);
@@ -284,28 +287,21 @@ class Peer {
     });
     for (const std::string& statement : due) {
       if (!status_) {
-        ActInCallback(statement, arrival.sender);
+        Act(statement, arrival.sender);
       }
     }
     arrivals_.push_back(std::move(arrival));
   }
 
-  // No exception passes through the middleware.
-  void ActInCallback(const std::string& statement, vorbus_pid_t sender) {
-    try {
-      Act(statement, sender);
-    } catch (const ScriptError& error) {
-      Complain(error);
-      status_ = 2;
-    }
-  }
-
-  // Serves once: until something arrives, the other descriptor is readable or the deadline has come.
+  // Serves once: until something arrives, the other descriptor is readable or the deadline has come. Of what has
+  // arrived it takes one signal at a time, so that the line behind a wait holds for the next signal already.
   template <typename Readable>
   void Serve(std::optional<Clock::time_point> deadline, int other, Readable readable) {
     pollfd watched[] = {{vorbus_fd(token_), POLLIN, 0}, {endings_, POLLIN, 0}, {other, POLLIN, 0}};
     int timeout = -1;
-    if (deadline) {
+    if (!arrived_.empty()) {
+      timeout = 0;
+    } else if (deadline) {
       const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now()).count();
       timeout = static_cast<int>(std::clamp<decltype(left)>(left, 0, 60'000));
     }
@@ -316,6 +312,8 @@ class Peer {
     // The script goes first: what it says must hold for what arrives after it was written.
     if (watched[2].revents != 0) {
       readable();
+    } else if (!arrived_.empty()) {
+      Take();
     } else if (watched[0].revents != 0) {
       vorbus_dispatch(token_);
     }
@@ -417,6 +415,7 @@ class Peer {
   int endings_ = -1;
   std::deque<Receiver> receivers_;  // the middleware holds their addresses
   std::vector<Rule> rules_;
+  std::deque<Arrival> arrived_;   // that nobody has looked at
   std::deque<Arrival> arrivals_;  // that no wait or expect has looked at
   vorbus_pid_t last_sender_ = 0;
   std::string last_trigger_id_ = "0";
