@@ -350,6 +350,23 @@ int vorbus::Publish(std::uint64_t event, const void* data, std::size_t size) {
   return reached;
 }
 
+bool vorbus::IsReady(std::uint64_t event) {
+  if (!door_) {
+    return true;
+  }
+  const auto have_room = [&] {
+    const std::span<bus::Peer* const> audience = door_->Audience(event);
+    return std::all_of(audience.begin(), audience.end(), [](const bus::Peer* peer) { return peer->HasRoom(); });
+  };
+  if (have_room()) {
+    return true;
+  }
+  // What they have taken since is not known before it is read.
+  Collect(milliseconds(0));
+  Absorb();
+  return have_room();
+}
+
 vorbus_registration* vorbus::RegisterSignal(std::uint64_t signal, vorbus_sig_fn handler, void* user) {
   return signals_.Add(this, signal, handler, user);
 }

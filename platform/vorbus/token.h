@@ -40,6 +40,8 @@ struct vorbus {
   vorbus_registration* RegisterSignal(std::uint64_t signal, vorbus_sig_fn handler, void* user);
   void Deregister(vorbus_registration& registration);
   int Publish(std::uint64_t event, const void* data, std::size_t size);
+  // Whether Publish() would go through without waiting.
+  bool IsReady(std::uint64_t event);
   int RegisterEvent(std::uint64_t event, vorbus_event_fn handler, void* user, vorbus_eventreg** registration);
   void Deregister(vorbus_eventreg& registration);
 

@@ -131,6 +131,13 @@ int vorbus_event_publish(vorbus_t* token, const vorbus_event_t* event, const voi
   return Guarded([&] { return token->Publish(IdentityOf(*event), data, size); });
 }
 
+int vorbus_event_ready(vorbus_t* token, const vorbus_event_t* event) {
+  if (token == nullptr || !IsValid(event)) {
+    return -EINVAL;
+  }
+  return Guarded([&] { return token->IsReady(IdentityOf(*event)) ? 1 : 0; });
+}
+
 vorbus_eventreg_t* vorbus_event_register_sized(vorbus_t* token, const vorbus_event_t* event, vorbus_event_fn handler,
                                                void* user) {
   return GuardedHandle<vorbus_eventreg_t>([&](vorbus_eventreg_t** registration) {

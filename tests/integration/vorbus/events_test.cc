@@ -1,4 +1,6 @@
 // Events reach those who registered, from the moment that found is reported until they deregister.
+#include <cerrno>
+
 #include "fixture.h"
 
 namespace vorbus_test {
@@ -78,6 +80,34 @@ TEST_F(Events, RegisteredForWhileLinkedAreKnownBeforeTheNextSignal) {
     ASSERT_NE(server.Next("signal 9"), "");
     EXPECT_EQ(server.Ask("published", "publish", number, 1, 0), "published 0 1");
   }
+}
+
+TEST_F(Events, AreNotReadyToGoWhileAReceiverIsBehind) {
+  Attachment server(directory(), "server");
+  const vorbus_event_t event = Event(1);
+  const vorbus_event_t unheard = Event(2);
+  EXPECT_EQ(vorbus_event_ready(server.token(), &event), 1);  // nobody to wait for
+  PeerProcess receiver(directory(), "-");
+  receiver.Set("count-events", 1);
+  receiver.Set("tell", 9);
+  receiver.Do("subscribe", "server");
+  ASSERT_TRUE(server.Run([&] { return receiver.process().ReadLine(milliseconds(1)).has_value(); }));
+  receiver.Set("pause");
+  std::uint32_t published = 0;
+  for (; published < 100'000 && vorbus_event_ready(server.token(), &event) == 1; ++published) {
+    ASSERT_EQ(server.Publish(1, Numbered(published, 80)), 1);
+  }
+  EXPECT_LT(published, 100'000U);
+  EXPECT_GT(published, 1000U);
+  EXPECT_EQ(vorbus_event_ready(server.token(), &unheard), 1);
+  receiver.Set("resume");
+  EXPECT_TRUE(server.Run([&] { return vorbus_event_ready(server.token(), &event) == 1; }));
+  EXPECT_EQ(server.Publish(1, Numbered(published, 80)), 1);
+  ASSERT_EQ(server.Send(receiver.pid(), 9), 0);
+  ASSERT_NE(receiver.Next("signal 9"), "");
+  EXPECT_EQ(receiver.Ask("received", "report-events", 1), "received " + std::to_string(published + 1) + " 0");
+  EXPECT_EQ(vorbus_event_ready(nullptr, &event), -EINVAL);
+  EXPECT_EQ(vorbus_event_ready(server.token(), nullptr), -EINVAL);
 }
 
 TEST_F(Events, StopAtDeregistrationEvenWhenTheyHaveArrived) {

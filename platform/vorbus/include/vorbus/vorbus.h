@@ -123,6 +123,10 @@ VORBUS_API void vorbus_sig_deregister(vorbus_registration_t** registration);
  * negative errno; a receiver that does not take its messages loses its link, as with vorbus_sig_send. */
 VORBUS_API int vorbus_event_publish(vorbus_t* token, const vorbus_event_t* event, const void* data, size_t size);
 
+/* 1 when vorbus_event_publish would go through at once; 0 when some receiver is behind and it would wait. For those who
+ * would rather come back later. A negative errno on failure. */
+VORBUS_API int vorbus_event_ready(vorbus_t* token, const vorbus_event_t* event);
+
 /* Calls the handler for each event of that identity, from any process subscribed to. The registrations that exist when
  * a process is found are known to it before found is reported. Null with errno on failure. */
 VORBUS_API vorbus_eventreg_t* vorbus_event_register_sized(vorbus_t* token, const vorbus_event_t* event,
