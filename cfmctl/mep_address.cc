@@ -13,9 +13,6 @@
 namespace cfmctl {
 namespace {
 
-// IEEE 802.1Q gives MEP ids the range 1 to 8191.
-const CLI::Range kMepIds(1, 8191, "MEP");
-
 template <class Map>
 const typename Map::mapped_type& FindByName(const Map& map, const std::string& name, const std::string& kind,
                                             const std::string& where) {
@@ -51,22 +48,6 @@ void RequireLocalMep(const cfm::hierarchy_ma& ma, const std::string& md_name, co
 
 bool Scope::Holds(const std::string& md, const std::string& ma, std::uint16_t mep) const {
   return (md_name.empty() || md == md_name) && (ma_name.empty() || ma == ma_name) && (mep_id == 0 || mep == mep_id);
-}
-
-void AddTestAddress(CLI::App& command, TestAddress& address) {
-  command.add_option("domain", address.md_name, "Name of the maintenance domain")->type_name("MD")->required();
-  command.add_option("association", address.ma_name, "Name of the maintenance association")
-      ->type_name("MA")
-      ->required();
-  command.add_option("mep", address.mep_id, "Local end point that sends")->required()->check(kMepIds);
-  command.add_option("target", address.target_mep_id, "Remote end point that is aimed at")->required()->check(kMepIds);
-}
-
-void AddScope(CLI::App& command, Scope& scope) {
-  CLI::Option* domain = command.add_option("domain", scope.md_name, "Only this maintenance domain")->type_name("MD");
-  CLI::Option* association =
-      command.add_option("association", scope.ma_name, "Only this association")->type_name("MA")->needs(domain);
-  command.add_option("mep", scope.mep_id, "Only this local end point")->needs(association)->check(kMepIds);
 }
 
 void Validate(const TestAddress& address, const Model& model) {

@@ -2,7 +2,6 @@
 #ifndef CFMCTL_MEP_ADDRESS_H
 #define CFMCTL_MEP_ADDRESS_H
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <string>
 
@@ -26,9 +25,6 @@ struct Scope {
 
   bool Holds(const std::string& md, const std::string& ma, std::uint16_t mep) const;
 };
-
-void AddTestAddress(CLI::App& command, TestAddress& address);
-void AddScope(CLI::App& command, Scope& scope);
 
 /// Throw Failure with kBadInput, and say what there is, when the configuration has no such thing.
 void Validate(const TestAddress& address, const Model& model);

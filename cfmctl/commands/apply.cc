@@ -21,8 +21,6 @@
 namespace cfmctl {
 namespace {
 
-/// Up to so many changes are listed without being asked.
-constexpr std::size_t kFewChanges = 20;
 /// From so many objects on there is a progress bar.
 constexpr std::size_t kManyObjects = 1000;
 /// A server that dies again and again while it is configured is not going to hold the configuration.
@@ -87,9 +85,11 @@ std::optional<Outcome> Attempt(Session& session, const Configuration& configurat
   return Outcome{.changes = std::move(*changes), .remaining = Compare(*after, desired, ports)};
 }
 
-int Apply(const GlobalOptions& options, bool verbose) {
-  const Configuration configuration = ParseFile(options.config_file, ReadFile(options.config_file));
-  Session session(options.server);
+}  // namespace
+
+int Apply(const GlobalOptions& global, const ApplyOptions& options) {
+  const Configuration configuration = ParseFile(global.config_file, ReadFile(global.config_file));
+  Session session(global.server);
   std::optional<Outcome> outcome = Attempt(session, configuration);
   for (int attempt = 1; !outcome; ++attempt) {
     if (attempt == kMostAttempts) throw Failure(kFailed, "the server goes away again and again; see its log");
@@ -100,33 +100,18 @@ int Apply(const GlobalOptions& options, bool verbose) {
   if (!outcome->remaining.empty()) {
     const Style style = StyleFor(STDERR_FILENO);
     std::cerr << "cfmctl: the server did not take everything; its log has the reasons. Still to be done:\n";
-    RenderChanges(outcome->remaining, verbose ? outcome->remaining.changes.size() : kFewChanges, style, std::cerr);
+    RenderChanges(outcome->remaining, options.verbose ? outcome->remaining.changes.size() : kFewChanges, style,
+                  std::cerr);
     std::cerr << CountsText(outcome->remaining) << " would be needed\n";
     return kFailed;
   }
   const Difference& changes = outcome->changes;
-  if (verbose || changes.changes.size() <= kFewChanges) {
+  if (options.verbose || changes.changes.size() <= kFewChanges) {
     RenderChanges(changes, changes.changes.size(), StyleFor(STDOUT_FILENO), std::cout);
   }
   std::cout << (changes.empty() ? "nothing to change" : CountsText(changes)) << "; the server holds "
             << Summary(SizeOf(configuration.model)) << '\n';
   return kOk;
-}
-
-}  // namespace
-
-void AddApply(CLI::App& app, Invocation& invocation) {
-  const auto verbose = std::make_shared<bool>(false);
-  CLI::App* command = app.add_subcommand("apply", "Bring the server to the configuration file, then end");
-  command->add_flag("-v,--verbose", *verbose,
-                    fmt::format("List every change; otherwise they are listed up to {}", kFewChanges));
-  command->footer(
-      "Everything that the file does not describe is deleted from the server. The server keeps the configuration\n"
-      "when cfmctl ends, but not when the server itself restarts: 'cfmctl run' stays and restores it.\n\n"
-      "Example:\n  cfmctl --config examples/metro-ethernet.yaml apply");
-  command->callback([verbose, &invocation] {
-    invocation.run = [verbose, &invocation] { return Apply(invocation.options, *verbose); };
-  });
 }
 
 }  // namespace cfmctl

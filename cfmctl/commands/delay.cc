@@ -2,9 +2,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
+#include <chrono>
+#include <cstdint>
 #include <iostream>
-#include <memory>
+#include <string>
 
 #include "commands/commands.h"
 #include "failure.h"
@@ -16,15 +17,6 @@
 
 namespace cfmctl {
 namespace {
-
-struct DelayOptions {
-  TestAddress address;
-  std::uint32_t count = 10;
-  std::string interval_text = "100ms";
-  std::uint16_t size = 0;
-  std::uint32_t priority = 7;
-  bool json = false;
-};
 
 class DelayTest final : public cfm::ReceivedDelayMeasurementHandlerIntf {
  public:
@@ -140,6 +132,8 @@ std::chrono::milliseconds IntervalFrom(const std::string& text) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(*interval);
 }
 
+}  // namespace
+
 int Delay(const GlobalOptions& global, const DelayOptions& options) {
   const std::chrono::milliseconds interval = IntervalFrom(options.interval_text);
   ConfiguredClient configured(global.config_file, global.server);
@@ -158,33 +152,6 @@ int Delay(const GlobalOptions& global, const DelayOptions& options) {
       configured, test.progress(), interval * options.count + std::chrono::seconds(5),
       [&] { configured.client().DelayMeasurementTrigger(trigger); }, [&] { test.Summarise(); });
   return test.passed() ? kOk : kFailed;
-}
-
-}  // namespace
-
-void AddDelay(CLI::App& app, Invocation& invocation) {
-  const auto options = std::make_shared<DelayOptions>();
-  CLI::App* command = app.add_subcommand("delay", "Measure the two-way delay to a remote MEP");
-  AddTestAddress(*command, options->address);
-  command->add_option("-n,--count", options->count, "Messages")
-      ->check(CLI::Range(1, 1024, "1 to 1024"))
-      ->capture_default_str();
-  command->add_option("-i,--interval", options->interval_text, "From one message to the next, 10ms to 60s")
-      ->type_name("TIME")
-      ->capture_default_str();
-  command->add_option("--size", options->size, "Octets of data in each")
-      ->check(CLI::Range(0, 1480, "0 to 1480"))
-      ->capture_default_str();
-  command->add_option("--priority", options->priority, "Priority code point of the frames")
-      ->check(CLI::Range(0, 7, "0 to 7"))
-      ->capture_default_str();
-  command->add_flag("--json", options->json, "Print one JSON object for each event");
-  command->footer(
-      "Brings the server to the configuration file first. Exit status 0 when every message was answered.\n\n"
-      "Example:\n  cfmctl delay operator evc-100 1 2 --count 100 --interval 10ms");
-  command->callback([options, &invocation] {
-    invocation.run = [options, &invocation] { return Delay(invocation.options, *options); };
-  });
 }
 
 }  // namespace cfmctl

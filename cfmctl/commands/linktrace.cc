@@ -18,12 +18,6 @@
 namespace cfmctl {
 namespace {
 
-struct LinktraceOptions {
-  TestAddress address;
-  std::uint32_t ttl = 64;
-  bool json = false;
-};
-
 /// Where a reply's frame came in or would go out.
 struct Side {
   std::uint8_t action = 0;
@@ -172,6 +166,8 @@ class LinktraceTest final : public cfm::ReceivedLinktraceHandlerIntf {
   std::vector<Hop> hops_;
 };
 
+}  // namespace
+
 int Linktrace(const GlobalOptions& global, const LinktraceOptions& options) {
   ConfiguredClient configured(global.config_file, global.server);
   Validate(options.address, configured.model());
@@ -187,25 +183,6 @@ int Linktrace(const GlobalOptions& global, const LinktraceOptions& options) {
       configured, test.progress(), std::chrono::seconds(5), [&] { configured.client().LinktraceTrigger(trigger); },
       [&] { test.Summarise(); });
   return test.progress().ended && test.reached() ? kOk : kFailed;
-}
-
-}  // namespace
-
-void AddLinktrace(CLI::App& app, Invocation& invocation) {
-  const auto options = std::make_shared<LinktraceOptions>();
-  CLI::App* command = app.add_subcommand("linktrace", "Trace the way to a remote MEP");
-  AddTestAddress(*command, options->address);
-  command->add_option("--ttl", options->ttl, "How many hops at most")
-      ->check(CLI::Range(1, 255, "1 to 255"))
-      ->capture_default_str();
-  command->add_flag("--json", options->json, "Print one JSON object for each event");
-  command->footer(
-      "Brings the server to the configuration file first. Replies are shown as they come, and sorted by hop at the\n"
-      "end. Exit status 0 when the target answered.\n\n"
-      "Example:\n  cfmctl linktrace operator evc-100 1 2");
-  command->callback([options, &invocation] {
-    invocation.run = [options, &invocation] { return Linktrace(invocation.options, *options); };
-  });
 }
 
 }  // namespace cfmctl

@@ -2,7 +2,6 @@
 #include <fmt/format.h>
 
 #include <iostream>
-#include <memory>
 
 #include "commands/commands.h"
 #include "exit_status.h"
@@ -14,13 +13,6 @@
 
 namespace cfmctl {
 namespace {
-
-struct LoopbackOptions {
-  TestAddress address;
-  std::uint32_t count = 3;
-  std::uint16_t size = 0;
-  bool json = false;
-};
 
 class LoopbackTest final : public cfm::ReceivedLoopbackHandlerIntf {
  public:
@@ -111,6 +103,8 @@ class LoopbackTest final : public cfm::ReceivedLoopbackHandlerIntf {
   std::uint64_t wrong_payload_ = 0;
 };
 
+}  // namespace
+
 int Loopback(const GlobalOptions& global, const LoopbackOptions& options) {
   ConfiguredClient configured(global.config_file, global.server);
   Validate(options.address, configured.model());
@@ -126,28 +120,6 @@ int Loopback(const GlobalOptions& global, const LoopbackOptions& options) {
       configured, test.progress(), std::chrono::seconds(options.count + 5),
       [&] { configured.client().LoopbackTrigger(trigger); }, [&] { test.Summarise(); });
   return test.passed() ? kOk : kFailed;
-}
-
-}  // namespace
-
-void AddLoopback(CLI::App& app, Invocation& invocation) {
-  const auto options = std::make_shared<LoopbackOptions>();
-  CLI::App* command = app.add_subcommand("loopback", "Send loopback messages to a remote MEP and count the replies");
-  AddTestAddress(*command, options->address);
-  command->add_option("-n,--count", options->count, "Messages, one a second")
-      ->check(CLI::Range(1, 1024, "1 to 1024"))
-      ->capture_default_str();
-  command->add_option("--size", options->size, "Octets of data in each")
-      ->check(CLI::Range(0, 1480, "0 to 1480"))
-      ->capture_default_str();
-  command->add_flag("--json", options->json, "Print one JSON object for each event");
-  command->footer(
-      "Brings the server to the configuration file first. Exit status 0 when every reply came, in order and with its\n"
-      "payload intact.\n\n"
-      "Example:\n  cfmctl loopback operator evc-100 1 2 --count 5 --size 1000");
-  command->callback([options, &invocation] {
-    invocation.run = [options, &invocation] { return Loopback(invocation.options, *options); };
-  });
 }
 
 }  // namespace cfmctl

@@ -3,12 +3,13 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <ctime>
 #include <iostream>
-#include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -203,7 +204,6 @@ class Runner {
     unconfirmed_.clear();
   }
 
-  static constexpr std::size_t kFewChanges = 20;
   static constexpr Clock::duration kShortestPause = std::chrono::milliseconds(20);
   static constexpr Clock::duration kLongestPause = std::chrono::seconds(1);
 
@@ -236,20 +236,10 @@ class Runner {
   cfm::Client client_;
 };
 
-int Run(const GlobalOptions& options) {
-  return Runner(options).Run();
-}
-
 }  // namespace
 
-void AddRun(CLI::App& app, Invocation& invocation) {
-  CLI::App* command = app.add_subcommand("run", "Stay, and keep the server in step with the configuration file");
-  command->footer(
-      "Applies the file again when it changes on disk and on SIGHUP; a file with errors is reported, and the\n"
-      "configuration before it stays. Restores the configuration when the server restarts. Says what happens, one\n"
-      "line each, on standard output. SIGINT and SIGTERM end it; the server keeps its configuration.\n\n"
-      "Example:\n  cfmctl --config /etc/cfm/cfm.yaml run");
-  command->callback([&invocation] { invocation.run = [&invocation] { return Run(invocation.options); }; });
+int Run(const GlobalOptions& global) {
+  return Runner(global).Run();
 }
 
 }  // namespace cfmctl

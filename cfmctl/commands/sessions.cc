@@ -5,7 +5,8 @@
 #include <algorithm>
 #include <ctime>
 #include <iostream>
-#include <memory>
+#include <optional>
+#include <string>
 
 #include "commands/commands.h"
 #include "configured_client.h"
@@ -16,11 +17,6 @@
 
 namespace cfmctl {
 namespace {
-
-struct SessionsOptions {
-  std::size_t count = 0;  ///< 0: without end
-  bool json = false;
-};
 
 // The report's numbered values by the names that include/cfm/status.h gives them.
 Json ReportJson(const cfm::delay_measurement_session_report& report) {
@@ -95,6 +91,8 @@ class Reporter final : public StatusListener {
   std::size_t reported_ = 0;
 };
 
+}  // namespace
+
 int Sessions(const GlobalOptions& global, const SessionsOptions& options) {
   ConfiguredClient configured(global.config_file, global.server);
   if (configured.model().probes.probes.empty()) {
@@ -112,22 +110,6 @@ int Sessions(const GlobalOptions& global, const SessionsOptions& options) {
     throw;
   }
   return kOk;
-}
-
-}  // namespace
-
-void AddSessions(CLI::App& app, Invocation& invocation) {
-  const auto options = std::make_shared<SessionsOptions>();
-  CLI::App* command = app.add_subcommand("sessions", "Print the reports of the probes' sessions as their runs end");
-  command->add_option("-n,--count", options->count, "End after so many reports; otherwise only when interrupted")
-      ->check(CLI::PositiveNumber);
-  command->add_flag("--json", options->json, "Print one JSON object for each report");
-  command->footer(
-      "Brings the server to the configuration file first, and again when the server restarts.\n\n"
-      "Example:\n  cfmctl --config examples/metro-ethernet.yaml sessions --count 10");
-  command->callback([options, &invocation] {
-    invocation.run = [options, &invocation] { return Sessions(invocation.options, *options); };
-  });
 }
 
 }  // namespace cfmctl

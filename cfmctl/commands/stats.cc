@@ -1,8 +1,14 @@
 // cfmctl stats and cfmctl clear-stats: the CCM counters.
 #include <fmt/format.h>
 
+#include <cstdint>
 #include <iostream>
-#include <memory>
+#include <map>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 #include "commands/commands.h"
 #include "configured_client.h"
@@ -13,11 +19,6 @@
 
 namespace cfmctl {
 namespace {
-
-struct StatsOptions {
-  Scope scope;
-  bool json = false;
-};
 
 /// Collects one reply.
 class Collector final : public cfm::ReceivedStatisticsHandlerIntf {
@@ -99,13 +100,19 @@ Json StatsJson(const Collector& collector) {
   return {{"meps", std::move(meps)}};
 }
 
-int Stats(const GlobalOptions& options, const StatsOptions& stats) {
-  ConfiguredClient configured(options.config_file, options.server);
-  Validate(stats.scope, configured.model());
+const char* OrNull(const std::string& name) {
+  return name.empty() ? nullptr : name.c_str();
+}
+
+}  // namespace
+
+int Stats(const GlobalOptions& global, const StatsOptions& options) {
+  ConfiguredClient configured(global.config_file, global.server);
+  Validate(options.scope, configured.model());
   configured.Synchronise();
-  Collector collector(stats.scope);
+  Collector collector(options.scope);
   Collect(configured, collector);
-  if (stats.json) {
+  if (options.json) {
     WriteLine(StatsJson(collector), std::cout);
   } else {
     RenderStats(collector, std::cout);
@@ -113,20 +120,16 @@ int Stats(const GlobalOptions& options, const StatsOptions& stats) {
   return kOk;
 }
 
-const char* OrNull(const std::string& name) {
-  return name.empty() ? nullptr : name.c_str();
-}
-
-int ClearStats(const GlobalOptions& options, const StatsOptions& stats) {
-  const Scope& scope = stats.scope;
-  ConfiguredClient configured(options.config_file, options.server);
+int ClearStats(const GlobalOptions& global, const StatsOptions& options) {
+  const Scope& scope = options.scope;
+  ConfiguredClient configured(global.config_file, global.server);
   Validate(scope, configured.model());
   configured.Synchronise();
   configured.client().ClearStatistics(OrNull(scope.md_name), OrNull(scope.ma_name), scope.mep_id);
   // The request has no answer of its own; the answer to one that is sent behind it shows that it has arrived.
   Collector collector(scope);
   Collect(configured, collector);
-  if (stats.json) {
+  if (options.json) {
     Json json = {{"cleared", true}};
     if (!scope.md_name.empty()) json["domain"] = scope.md_name;
     if (!scope.ma_name.empty()) json["association"] = scope.ma_name;
@@ -136,38 +139,6 @@ int ClearStats(const GlobalOptions& options, const StatsOptions& stats) {
     std::cout << "cleared the statistics of " << ScopeText(scope) << '\n';
   }
   return kOk;
-}
-
-using StatsCommand = int (*)(const GlobalOptions&, const StatsOptions&);
-
-CLI::App* AddStatsCommand(CLI::App& app, Invocation& invocation, const char* name, const char* what, StatsCommand run) {
-  const auto options = std::make_shared<StatsOptions>();
-  CLI::App* command = app.add_subcommand(name, what);
-  AddScope(*command, options->scope);
-  command->add_flag("--json", options->json, "Print one JSON document");
-  command->callback([options, run, &invocation] {
-    invocation.run = [options, run, &invocation] { return run(invocation.options, *options); };
-  });
-  return command;
-}
-
-}  // namespace
-
-void AddStats(CLI::App& app, Invocation& invocation) {
-  AddStatsCommand(app, invocation, "stats", "Print the CCM counters of everything, a domain, an association or a MEP",
-                  &Stats)
-      ->footer(
-          "Brings the server to the configuration file first.\n\n"
-          "Examples:\n  cfmctl stats\n  cfmctl stats operator evc-100 1");
-}
-
-void AddClearStats(CLI::App& app, Invocation& invocation) {
-  AddStatsCommand(app, invocation, "clear-stats",
-                  "Clear the CCM counters of everything, a domain, an association or a MEP", &ClearStats)
-      ->footer(
-          "Brings the server to the configuration file first. The sequence numbers of sent CCMs are not counters and\n"
-          "go on.\n\n"
-          "Examples:\n  cfmctl clear-stats\n  cfmctl clear-stats operator evc-100");
 }
 
 }  // namespace cfmctl

@@ -4,9 +4,12 @@
 #include <unistd.h>
 
 #include <ctime>
+#include <functional>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <sstream>
+#include <string>
 #include <vector>
 
 #include "commands/commands.h"
@@ -60,30 +63,6 @@ class BoardKeeper final : public StatusListener {
 
   StatusBoard board_;
 };
-
-int Status(const GlobalOptions& options, bool json) {
-  ConfiguredClient configured(options.config_file, options.server);
-  BoardKeeper keeper(configured.model());
-  StatusBoard& board = keeper.board();
-  configured.client().RegisterStatusHandler(&keeper);
-  configured.Synchronise();
-  const auto print = [&board, json] {
-    if (json) {
-      WriteLine(StatusJson(board), std::cout);
-    } else {
-      RenderStatus(board, StyleFor(STDOUT_FILENO), std::cout);
-    }
-  };
-  try {
-    // The server reports every MEP after each synchronisation, without a mark at the end.
-    configured.WaitWithServer([&board] { return board.complete(); }, options.server.timeout);
-  } catch (const Failure&) {
-    print();
-    throw;
-  }
-  print();
-  return board.well() ? kOk : kFailed;
-}
 
 std::string TimeStamp() {
   return fmt::format("{:%Y-%m-%dT%H:%M:%S%z}", fmt::localtime(std::time(nullptr)));
@@ -187,10 +166,36 @@ std::unique_ptr<WatchOutput> OutputFor(bool json) {
   return std::make_unique<WatchLines>();
 }
 
-int Watch(const GlobalOptions& options, bool json) {
-  ConfiguredClient configured(options.config_file, options.server);
+}  // namespace
+
+int Status(const GlobalOptions& global, const StatusOptions& options) {
+  ConfiguredClient configured(global.config_file, global.server);
   BoardKeeper keeper(configured.model());
-  const std::unique_ptr<WatchOutput> output = OutputFor(json);
+  StatusBoard& board = keeper.board();
+  configured.client().RegisterStatusHandler(&keeper);
+  configured.Synchronise();
+  const auto print = [&board, &options] {
+    if (options.json) {
+      WriteLine(StatusJson(board), std::cout);
+    } else {
+      RenderStatus(board, StyleFor(STDOUT_FILENO), std::cout);
+    }
+  };
+  try {
+    // The server reports every MEP after each synchronisation, without a mark at the end.
+    configured.WaitWithServer([&board] { return board.complete(); }, global.server.timeout);
+  } catch (const Failure&) {
+    print();
+    throw;
+  }
+  print();
+  return board.well() ? kOk : kFailed;
+}
+
+int Watch(const GlobalOptions& global, const StatusOptions& options) {
+  ConfiguredClient configured(global.config_file, global.server);
+  BoardKeeper keeper(configured.model());
+  const std::unique_ptr<WatchOutput> output = OutputFor(options.json);
   keeper.local_changed = [&](const StatusBoard::Key& key) { output->Local(key, keeper.board().meps().at(key)); };
   keeper.remote_changed = [&](const StatusBoard::Key& key, std::uint16_t remote_mep_id) {
     const auto& remotes = keeper.board().meps().at(key).remotes;
@@ -218,32 +223,6 @@ int Watch(const GlobalOptions& options, bool json) {
     throw;
   }
   return kOk;
-}
-
-}  // namespace
-
-void AddStatus(CLI::App& app, Invocation& invocation) {
-  const auto json = std::make_shared<bool>(false);
-  CLI::App* command = app.add_subcommand("status", "Print the status of every local and remote MEP");
-  command->add_flag("--json", *json, "Print one JSON document");
-  command->footer(
-      "Brings the server to the configuration file first. Exit status 0 only when every MEP of it is reported and\n"
-      "has no defect; disabled end points do not count.\n\n"
-      "Example:\n  cfmctl --config examples/metro-ethernet.yaml status");
-  command->callback(
-      [json, &invocation] { invocation.run = [json, &invocation] { return Status(invocation.options, *json); }; });
-}
-
-void AddWatch(CLI::App& app, Invocation& invocation) {
-  const auto json = std::make_shared<bool>(false);
-  CLI::App* command = app.add_subcommand("watch", "Follow the status of every MEP until interrupted");
-  command->add_flag("--json", *json, "Print one JSON object for each change");
-  command->footer(
-      "Brings the server to the configuration file first, and again when the server restarts. On a terminal the\n"
-      "table of 'cfmctl status' is redrawn in place; elsewhere each change is a line. SIGINT and SIGTERM end it.\n\n"
-      "Example:\n  cfmctl --config examples/metro-ethernet.yaml watch");
-  command->callback(
-      [json, &invocation] { invocation.run = [json, &invocation] { return Watch(invocation.options, *json); }; });
 }
 
 }  // namespace cfmctl
