@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -76,7 +77,7 @@ TempDir::~TempDir() {
   std::filesystem::remove_all(path_, ignored);
 }
 
-Process::Process(const std::vector<std::string>& arguments, const Environment& environment) {
+Process::Process(const std::vector<std::string>& arguments, const Environment& environment, int network) {
   // Everything that allocates comes before the fork: the test may have threads (the middleware's).
   std::vector<std::string> argument_texts = arguments;
   std::vector<std::string> environment_texts = MergedEnvironment(environment);
@@ -110,6 +111,9 @@ Process::Process(const std::vector<std::string>& arguments, const Environment& e
     dup2(in[0], STDIN_FILENO);
     dup2(out[1], STDOUT_FILENO);
     dup2(errors_, STDERR_FILENO);
+    if (network >= 0 && setns(network, CLONE_NEWNET) != 0) {
+      _exit(127);
+    }
     execve(argv[0], argv.data(), envp.data());
     _exit(127);
   }

@@ -46,7 +46,8 @@ class Process {
  public:
   using Environment = std::map<std::string, std::string>;  // added to the test's own
 
-  explicit Process(const std::vector<std::string>& arguments, const Environment& environment = {});
+  // `network` is a descriptor of the network namespace that it runs in; none: the test's own.
+  explicit Process(const std::vector<std::string>& arguments, const Environment& environment = {}, int network = -1);
   ~Process();
   Process(Process&& other) noexcept;
   Process& operator=(Process&& other) noexcept;
