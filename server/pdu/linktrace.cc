@@ -45,6 +45,12 @@ std::optional<ReplyPort> ReadReplyPort(Reader& value) {
   return port;
 }
 
+void WriteLtmEgressIdentifier(Writer& writer, const EgressIdentifier& identifier) {
+  const std::size_t begin = writer.begin_tlv(static_cast<std::uint8_t>(TlvType::kLtmEgressIdentifier));
+  WriteEgressIdentifier(writer, identifier);
+  writer.end_tlv(begin);
+}
+
 void WriteReplyPort(Writer& writer, TlvType type, const std::optional<ReplyPort>& port) {
   if (!port) return;
   const std::size_t begin = writer.begin_tlv(static_cast<std::uint8_t>(type));
@@ -91,12 +97,38 @@ std::size_t EncodeLtm(const Ltm& ltm, std::span<std::uint8_t> buffer) {
   writer.u8(ltm.ttl);
   writer.mac(ltm.original_address);
   writer.mac(ltm.target_address);
-  if (ltm.egress_identifier) {
-    const std::size_t begin = writer.begin_tlv(static_cast<std::uint8_t>(TlvType::kLtmEgressIdentifier));
-    WriteEgressIdentifier(writer, *ltm.egress_identifier);
+  if (ltm.egress_identifier) WriteLtmEgressIdentifier(writer, *ltm.egress_identifier);
+  WriteSenderId(writer, ltm.sender_id);
+  WriteEnd(writer);
+  return writer.size();
+}
+
+std::size_t MakeForwardedLtm(Octets ltm, const EgressIdentifier& through, const std::optional<SenderId>& sender_id,
+                             std::span<std::uint8_t> buffer) {
+  const Decoded<Body> body = OpenPdu(ltm, Opcode::kLtm, kLtmFieldsSize);
+  if (!body) return 0;
+  auto [header, fields, tlvs] = *body;
+  Writer writer(buffer);
+  WriteHeader(writer, {.level = header.level,
+                       .version = 0,
+                       .opcode = Opcode::kLtm,
+                       .flags = header.flags,
+                       .first_tlv_offset = kLtmFieldsSize});
+  writer.u32(fields.u32());
+  writer.u8(static_cast<std::uint8_t>(fields.u8() - 1));
+  writer.mac(fields.mac());
+  writer.mac(fields.mac());
+  WriteLtmEgressIdentifier(writer, through);
+  WriteSenderId(writer, sender_id);
+  while (const auto tlv = tlvs.next_tlv()) {
+    if (tlv->type == static_cast<std::uint8_t>(TlvType::kLtmEgressIdentifier) ||
+        tlv->type == static_cast<std::uint8_t>(TlvType::kSenderId)) {
+      continue;
+    }
+    const std::size_t begin = writer.begin_tlv(tlv->type);
+    writer.octets(tlv->value);
     writer.end_tlv(begin);
   }
-  WriteSenderId(writer, ltm.sender_id);
   WriteEnd(writer);
   return writer.size();
 }

@@ -38,6 +38,12 @@ Decoded<Ltm> DecodeLtm(Octets pdu);
 /// Octets written; 0 when the buffer is too small.
 std::size_t EncodeLtm(const Ltm& ltm, std::span<std::uint8_t> buffer);
 
+/// What goes on to the next hop of an LTM that DecodeLtm() has accepted and whose TTL is not 0: one hop less, with the
+/// egress identifier and the Sender ID of whom it goes through; flags, fields and other TLVs as they were. Octets
+/// written; 0 when the buffer is too small.
+std::size_t MakeForwardedLtm(Octets ltm, const EgressIdentifier& through, const std::optional<SenderId>& sender_id,
+                             std::span<std::uint8_t> buffer);
+
 enum class RelayAction : std::uint8_t { kHit = 1, kFdb = 2, kMpdb = 3 };
 
 /// IEEE 802.1Q clauses 21.9.8 and 21.9.9: the same for the port of arrival and the port of departure.

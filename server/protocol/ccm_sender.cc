@@ -21,6 +21,13 @@ void CcmSender::Advance(TimePoint now) {
   next_ = NextSlot(next_, interval_, now);
 }
 
+void CcmSender::NotSent() {
+  if (counters_.sent == 0) return;  // of a time before the counters were cleared
+  --counters_.sent;
+  ++counters_.failed;
+  --sequence_number_;
+}
+
 void CcmSender::SendOne(TimePoint now) {
   if (!send_(sequence_number_ + 1)) {
     ++counters_.failed;

@@ -33,6 +33,9 @@ class CcmSender {
   /// the next regular one, which is near, has to do.
   void StatusChanged(TimePoint now);
 
+  /// The last CCM did not leave after all: the next one takes its number.
+  void NotSent();
+
   void Advance(TimePoint now);
   TimePoint deadline() const { return next_; }
 

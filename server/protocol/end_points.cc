@@ -1,27 +1,16 @@
 #include "protocol/end_points.h"
 
+#include <algorithm>
+#include <optional>
 #include <set>
 
-#include "pdu/header.h"
-
 namespace cfm::protocol {
-namespace {
-
-constexpr std::uint32_t VlanKey(std::uint16_t vid, std::uint16_t inner_vid) {
-  return (static_cast<std::uint32_t>(vid) << 16U) | inner_vid;
-}
-
-std::uint32_t VlanKey(const pdu::EthernetHeader& header) {
-  return VlanKey(header.outer ? header.outer->vid : std::uint16_t{0},
-                 header.inner ? header.inner->vid : std::uint16_t{0});
-}
-
-}  // namespace
 
 void EndPoints::Add(Mep& mep, std::span<const std::uint16_t> vids) {
   const std::uint16_t primary = mep.settings().primary_vid;
   const auto add = [&](std::uint16_t vid) {
-    by_vlan_[VlanKey(vid, vid == 0 ? std::uint16_t{0} : mep.settings().inner_vid)].emplace(mep.identity().level, &mep);
+    Points& points = by_vlan_[{.vid = vid, .inner_vid = vid == 0 ? std::uint16_t{0} : mep.settings().inner_vid}];
+    (mep.identity().direction == Direction::kDown ? points.down : points.up).emplace(mep.identity().level, &mep);
   };
   add(primary);
   if (primary == 0) return;
@@ -31,10 +20,46 @@ void EndPoints::Add(Mep& mep, std::span<const std::uint16_t> vids) {
 }
 
 void EndPoints::Remove(Mep& mep) {
-  for (auto& [key, by_level] : by_vlan_) {
-    std::erase_if(by_level, [&mep](const auto& entry) { return entry.second == &mep; });
+  const auto is_it = [&mep](const auto& entry) { return entry.second == &mep; };
+  for (auto& [vlan, points] : by_vlan_) {
+    std::erase_if(points.down, is_it);
+    std::erase_if(points.up, is_it);
   }
-  std::erase_if(by_vlan_, [](const auto& vlan) { return vlan.second.empty(); });
+  std::erase_if(by_vlan_, [](const auto& entry) { return entry.second.empty(); });
+}
+
+void EndPoints::Remove(Mip& mip) {
+  const auto vlan = by_vlan_.find(mip.place().vlan);
+  if (vlan == by_vlan_.end() || vlan->second.mip != &mip) return;
+  vlan->second.mip = nullptr;
+  if (vlan->second.empty()) by_vlan_.erase(vlan);
+}
+
+Mep* EndPoints::Stopping(const MepsByLevel& meps, std::uint8_t level) {
+  const auto stops = [](const auto& entry) { return entry.second->settings().enabled; };
+  const auto found = std::find_if(meps.lower_bound(level), meps.end(), stops);
+  return found == meps.end() ? nullptr : found->second;
+}
+
+EndPoints::Encounter EndPoints::Meet(const pdu::EthernetHeader& ethernet, const pdu::Header& header, Side from) const {
+  Encounter encounter;
+  const auto vlan = by_vlan_.find(VlanOf(ethernet));
+  if (vlan == by_vlan_.end()) return encounter;
+  const Points& points = vlan->second;
+  const auto stop = [&](const MepsByLevel& meps, bool behind) {
+    encounter.mep = Stopping(meps, header.level);
+    encounter.behind = behind;
+    encounter.passes = encounter.mep == nullptr;
+  };
+  stop(from == Side::kWire ? points.down : points.up, false);
+  if (!encounter.passes) return encounter;
+  if (points.mip != nullptr && points.mip->place().level == header.level) {
+    encounter.mip = points.mip;
+    encounter.passes = !points.mip->Stops(ethernet, header);
+    if (!encounter.passes) return encounter;
+  }
+  stop(from == Side::kWire ? points.up : points.down, true);
+  return encounter;
 }
 
 Mep* EndPoints::Receive(const ReceivedFrame& frame, TimePoint now) {
@@ -43,14 +68,26 @@ Mep* EndPoints::Receive(const ReceivedFrame& frame, TimePoint now) {
     ++malformed_;
     return nullptr;
   }
-  const auto vlan = by_vlan_.find(VlanKey(frame.header));
-  if (vlan == by_vlan_.end()) return nullptr;
-  for (auto level = vlan->second.lower_bound(header->level); level != vlan->second.end(); ++level) {
-    if (!level->second->settings().enabled) continue;
-    level->second->Receive(frame, now);
-    return level->second;
+  const Encounter encounter = Meet(frame.header, *header, Side::kWire);
+  if (encounter.mep == nullptr || encounter.behind) return nullptr;
+  encounter.mep->Receive(frame, now);
+  return encounter.mep;
+}
+
+std::vector<LevelFilter> EndPoints::Filters() const {
+  std::vector<LevelFilter> filters;
+  for (const auto& [vlan, points] : by_vlan_) {
+    LevelFilter filter{.vlan = vlan};
+    for (const MepsByLevel* meps : {&points.down, &points.up}) {
+      for (const auto& [level, mep] : *meps) {
+        if (mep->settings().enabled) filter.up_to_level = std::max(filter.up_to_level.value_or(level), level);
+      }
+    }
+    if (points.mip != nullptr) filter.linktrace_level = points.mip->place().level;
+    if (filter.up_to_level || filter.linktrace_level) filters.push_back(filter);
   }
-  return nullptr;
+  std::sort(filters.begin(), filters.end(), [](const auto& a, const auto& b) { return a.vlan < b.vlan; });
+  return filters;
 }
 
 }  // namespace cfm::protocol

@@ -28,11 +28,22 @@ struct ReceivedFrame {
   Stamps stamps;
 };
 
+/// The two sides of a port, as its maintenance points see them: where frames come from, and where they go.
+enum class Side : std::uint8_t {
+  kWire,   ///< what is plugged into the port
+  kRelay,  ///< the other ports of its bridge
+};
+
+constexpr Side Opposite(Side side) {
+  return side == Side::kWire ? Side::kRelay : Side::kWire;
+}
+
 struct OutgoingFrame {
   pdu::EthernetHeader header;
   pdu::Octets pdu;
   /// The kernel is asked when this frame leaves, and the answer goes to Mep::Stamped() with this number.
   std::optional<std::uint32_t> stamp_id;
+  Side side = Side::kWire;
 };
 
 /// Both clocks, read one right after the other.

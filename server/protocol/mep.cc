@@ -20,9 +20,10 @@ Mep::Mep(const MepIdentity& identity, MepSettings settings, PortState port, MepO
       port_(std::move(port)),
       output_(output),
       random_(random),
-      transmitter_(output),
+      transmitter_(output, Facing(identity.direction)),
       ccm_sender_([this](std::uint32_t sequence_number) { return SendCcm(sequence_number); }),
       remotes_(output),
+      ais_sender_(Transmitter(output, Opposite(Facing(identity.direction)))),
       loopback_(transmitter_, output),
       loopback_responder_(transmitter_, random),
       linktrace_(transmitter_, output),
@@ -50,6 +51,7 @@ void Mep::End() {
   ccm_error_.Reset();
   cross_connect_.Reset();
   ais_.Reset();
+  ais_sender_.Stop();
   fault_notifier_.Reset();
   loopback_.Abort();
   loopback_responder_.Clear();
@@ -66,6 +68,7 @@ void Mep::Update(const MepSettings& settings, TimePoint now) {
   if (settings == settings_) return;
   const MepSettings old = std::exchange(settings_, settings);
   Address();
+  if (settings_.ais != old.ais) ais_sender_.Stop();
   fault_notifier_.set_times(settings_.fault_times);
   const bool new_interval = settings_.interval != old.interval;
   if (new_interval) remotes_.SetInterval(IntervalOf(settings_.interval), now);
@@ -83,7 +86,7 @@ void Mep::SetPort(const PortState& port, TimePoint now) {
   if (port == port_) return;
   const PortState old = std::exchange(port_, port);
   Address();
-  if (settings_.enabled && port_.present != old.present) {
+  if (settings_.enabled && PortFits(port_) != PortFits(old)) {
     RestartCcms(now);
   } else if (port_.port_status != old.port_status || port_.interface_status != old.interface_status) {
     ccm_sender_.StatusChanged(now);
@@ -97,6 +100,7 @@ void Mep::Address() {
                                .primary_vid = settings_.primary_vid,
                                .inner_vid = settings_.inner_vid,
                                .mtu = port_.mtu});
+  ais_sender_.set_address(port_.address);
 }
 
 void Mep::RestartCcms(TimePoint now) {
@@ -140,11 +144,11 @@ bool Mep::Good(const pdu::Decoded<Record>& decoded) {
   return static_cast<bool>(decoded);
 }
 
-void Mep::Receive(const ReceivedFrame& frame, TimePoint now) {
+void Mep::Receive(const ReceivedFrame& frame, TimePoint now, TraceRelay* relay) {
   if (!settings_.enabled) return;
   const auto header = pdu::DecodeHeader(frame.pdu);
   if (!Good(header) || header->level > identity_.level || !AddressFits(frame.header, *header)) return;
-  Dispatch(*header, frame, now);
+  Dispatch(*header, frame, now, relay);
   Settle(now);
 }
 
@@ -168,7 +172,7 @@ bool Mep::AddressFits(const pdu::EthernetHeader& ethernet, const pdu::Header& he
   return false;
 }
 
-void Mep::Dispatch(const pdu::Header& header, const ReceivedFrame& frame, TimePoint now) {
+void Mep::Dispatch(const pdu::Header& header, const ReceivedFrame& frame, TimePoint now, TraceRelay* relay) {
   using pdu::Opcode;
   if (header.opcode == Opcode::kCcm) {
     ReceiveCcm(frame, now);
@@ -187,7 +191,10 @@ void Mep::Dispatch(const pdu::Header& header, const ReceivedFrame& frame, TimePo
       break;
     case Opcode::kLtm:
       if (const auto ltm = pdu::DecodeLtm(frame.pdu); Good(ltm)) {
-        linktrace_responder_.Receive(frame.header, *ltm, port_.name, sender_id(), now);
+        const TracePoint point{.kind = TracePoint::Kind::kMep,
+                               .faces = Facing(identity_.direction),
+                               .port = {.action = pdu::ReplyAction::kOk, .address = port_.address, .name = port_.name}};
+        linktrace_responder_.Receive(frame, *ltm, point, sender_id(), now, relay);
       }
       break;
     case Opcode::kLtr:
@@ -240,11 +247,16 @@ void Mep::Stamped(std::uint32_t stamp_id, const Stamps& stamps) {
   for (auto& [id, probe] : probes_) probe.Stamped(stamp_id, stamps);
 }
 
+void Mep::NotSent(pdu::Octets pdu) {
+  if (const auto header = pdu::DecodeHeader(pdu); header && header->opcode == pdu::Opcode::kCcm) ccm_sender_.NotSent();
+}
+
 void Mep::Advance(TimePoint now) {
   remotes_.Advance(now);
   ccm_error_.Advance(now);
   cross_connect_.Advance(now);
   ais_.Advance(now);
+  ais_sender_.Advance(now);
   ccm_sender_.Advance(now);
   loopback_.Advance(now);
   loopback_responder_.Advance(now);
@@ -256,10 +268,10 @@ void Mep::Advance(TimePoint now) {
 }
 
 TimePoint Mep::deadline() const {
-  TimePoint earliest =
-      std::min({ccm_sender_.deadline(), remotes_.deadline(), ccm_error_.deadline(), cross_connect_.deadline(),
-                ais_.deadline(), fault_notifier_.deadline(), loopback_.deadline(), loopback_responder_.deadline(),
-                linktrace_.deadline(), linktrace_responder_.deadline(), delay_.deadline(), events_.deadline()});
+  TimePoint earliest = std::min(
+      {ccm_sender_.deadline(), remotes_.deadline(), ccm_error_.deadline(), cross_connect_.deadline(), ais_.deadline(),
+       ais_sender_.deadline(), fault_notifier_.deadline(), loopback_.deadline(), loopback_responder_.deadline(),
+       linktrace_.deadline(), linktrace_responder_.deadline(), delay_.deadline(), events_.deadline()});
   for (const auto& [id, probe] : probes_) earliest = std::min(earliest, probe.deadline());
   return earliest;
 }
@@ -349,8 +361,19 @@ DefectFlags Mep::CurrentDefects() const {
           .ais = ais_.present()};
 }
 
+bool Mep::HasCauseForAis(const DefectFlags& defects) const {
+  DefectFlags causes = defects;
+  causes.rdi = causes.mac_status = false;
+  return causes.ais || HighestAlarm(causes, settings_.lowest_alarm) != Defect::kNone;
+}
+
 void Mep::Settle(TimePoint now) {
   DefectFlags alarms = CurrentDefects();
+  if (!settings_.ais || !operational() || !HasCauseForAis(alarms)) {
+    ais_sender_.Stop();
+  } else if (!ais_sender_.running() && !CheckAis(*settings_.ais, identity_.level)) {
+    ais_sender_.Start(*settings_.ais, now);
+  }
   if (alarms.ais && settings_.ais_suppresses_missing) alarms.remote_ccm = false;
   if (fault_notifier_.Update(HighestAlarm(alarms, settings_.lowest_alarm), now)) events_.Force();
 

@@ -1,4 +1,4 @@
-// One end point that faces the wire of its port (a Down MEP): everything that it does, without I/O.
+// One end point (MEP): everything that it does, without I/O.
 #ifndef CFM_SERVER_PROTOCOL_MEP_H
 #define CFM_SERVER_PROTOCOL_MEP_H
 
@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "pdu/header.h"
+#include "protocol/ais_sender.h"
 #include "protocol/ais_watch.h"
 #include "protocol/ccm_defect.h"
 #include "protocol/ccm_sender.h"
@@ -40,6 +41,7 @@ class Mep {
     std::uint64_t wrong_group = 0;  ///< not the group address of the frame's level and kind
     std::uint64_t not_for_us = 0;   ///< to another station
     std::uint64_t lower_level = 0;  ///< but no CCM
+    std::uint64_t behind = 0;       ///< from the side that it does not face
     std::uint64_t unknown_opcode = 0;
     std::uint64_t unexpected_delay = 0;  ///< DMRs to nothing that was sent
   };
@@ -58,10 +60,15 @@ class Mep {
   void Update(const MepSettings& settings, TimePoint now);
   void SetPort(const PortState& port, TimePoint now);
 
-  /// A frame on this end point's VLAN, of its level or a lower one; others are ignored.
-  void Receive(const ReceivedFrame& frame, TimePoint now);
+  /// A frame on this end point's VLAN from the side that it faces, of its level or a lower one; others are ignored.
+  /// Without a relay nothing is behind it.
+  void Receive(const ReceivedFrame& frame, TimePoint now, TraceRelay* relay = nullptr);
+  /// It has stopped a frame from the other side.
+  void StoppedBehind() { ++dropped_.behind; }
   /// The kernel's answer to OutgoingFrame::stamp_id.
   void Stamped(std::uint32_t stamp_id, const Stamps& stamps);
+  /// A frame that was counted as sent did not leave after all.
+  void NotSent(pdu::Octets pdu);
 
   void Advance(TimePoint now);
   TimePoint deadline() const;
@@ -77,6 +84,7 @@ class Mep {
   void SetSession(std::uint16_t probe_id, std::uint16_t session_id, const DelayParameters& parameters);
   void RemoveSession(std::uint16_t probe_id, std::uint16_t session_id, TimePoint now);
 
+  MepOutput& output() const { return output_; }
   const MepIdentity& identity() const { return identity_; }
   const MepSettings& settings() const { return settings_; }
   const PortState& port() const { return port_; }
@@ -91,6 +99,7 @@ class Mep {
   const LinktraceResponder& linktrace_responder() const { return linktrace_responder_; }
   /// Null when it is not known.
   const Probe* FindProbe(std::uint16_t probe_id) const;
+  const AisSender& ais_sender() const { return ais_sender_; }
   const Dropped& dropped() const { return dropped_; }
   /// Those of CCMs, which clients see.
   void ClearStatistics();
@@ -103,10 +112,14 @@ class Mep {
   bool SendCcm(std::uint32_t sequence_number);
   std::optional<pdu::SenderId> sender_id() const;
   std::set<std::uint16_t> RemoteIds() const;
-  bool operational() const { return settings_.enabled && port_.present; }
+  /// An Up MEP needs a bridge.
+  bool PortFits(const PortState& port) const {
+    return port.present && (identity_.direction == Direction::kDown || port.port_status != pdu::PortStatus::kNone);
+  }
+  bool operational() const { return settings_.enabled && PortFits(port_); }
 
   bool AddressFits(const pdu::EthernetHeader& ethernet, const pdu::Header& header);
-  void Dispatch(const pdu::Header& header, const ReceivedFrame& frame, TimePoint now);
+  void Dispatch(const pdu::Header& header, const ReceivedFrame& frame, TimePoint now, TraceRelay* relay);
   void ReceiveCcm(const ReceivedFrame& frame, TimePoint now);
   void ReceiveDmr(const pdu::EthernetHeader& header, const pdu::TwoWayDelay& dmr, const Stamps& stamps, TimePoint now);
   template <typename Record>
@@ -115,6 +128,7 @@ class Mep {
   std::optional<TestError> StartTest(std::uint16_t target_mep_id, Start start);
 
   DefectFlags CurrentDefects() const;
+  bool HasCauseForAis(const DefectFlags& defects) const;
   void Settle(TimePoint now);
 
   MepIdentity identity_;
@@ -129,6 +143,7 @@ class Mep {
   CcmDefect ccm_error_;
   CcmDefect cross_connect_;
   AisWatch ais_;
+  AisSender ais_sender_;
   FaultNotifier fault_notifier_;
   LoopbackInitiator loopback_;
   LoopbackResponder loopback_responder_;

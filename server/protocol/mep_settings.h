@@ -11,17 +11,30 @@
 #include "pdu/ccm.h"
 #include "pdu/mac_address.h"
 #include "pdu/maid.h"
+#include "protocol/ais_sender.h"
 #include "protocol/fault_notifier.h"
+#include "protocol/frame.h"
 #include "protocol/sender_id.h"
 #include "protocol/status.h"
 
 namespace cfm::protocol {
+
+/// Down: it faces the wire of its port. Up: it faces the other ports of its bridge.
+enum class Direction : std::uint8_t { kDown = 1, kUp = 2 };
+
+/// The side of its port that an end point faces.
+constexpr Side Facing(Direction direction) {
+  return direction == Direction::kDown ? Side::kWire : Side::kRelay;
+}
 
 /// What never changes of an end point.
 struct MepIdentity {
   std::uint8_t level = 0;
   std::uint16_t mep_id = 0;
   pdu::Maid maid;
+
+  bool operator==(const MepIdentity&) const = default;
+  Direction direction = Direction::kDown;
 };
 
 struct MepSettings {
@@ -38,6 +51,7 @@ struct MepSettings {
   FaultAction fault_action = FaultAction::kNone;
   bool ais_suppresses_missing = false;  ///< while AIS is received, missing remote MEPs raise no alarm
   std::optional<SystemId> sender_id;    ///< what the end point may tell; none: no TLV
+  std::optional<AisSettings> ais;       ///< none, or refused by CheckAis(): it sends no AIS
 
   bool operator==(const MepSettings&) const = default;
 };
@@ -47,7 +61,7 @@ struct PortState {
   std::string name;
   pdu::MacAddress address{};
   std::size_t mtu = 1500;
-  pdu::PortStatus port_status = pdu::PortStatus::kNone;  ///< none outside of a bridge
+  pdu::PortStatus port_status = pdu::PortStatus::kNone;  ///< none outside of a bridge, where no Up MEP can work
   pdu::InterfaceStatus interface_status = pdu::InterfaceStatus::kNone;
 
   bool operator==(const PortState&) const = default;

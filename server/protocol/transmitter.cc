@@ -8,7 +8,7 @@ bool Transmitter::ToGroup(pdu::GroupClass group_class, std::uint8_t priority, pd
 
 bool Transmitter::ToStation(const pdu::MacAddress& station, std::uint8_t priority, pdu::Octets pdu,
                             std::optional<std::uint32_t> stamp_id) {
-  OutgoingFrame frame{.header = {}, .pdu = pdu, .stamp_id = stamp_id};
+  OutgoingFrame frame{.header = {}, .pdu = pdu, .stamp_id = stamp_id, .side = side_};
   frame.header.destination = station;
   frame.header.source = addressing_.address;
   const auto tag = [priority](std::uint16_t vid) {
@@ -20,7 +20,7 @@ bool Transmitter::ToStation(const pdu::MacAddress& station, std::uint8_t priorit
 }
 
 bool Transmitter::Reply(const pdu::EthernetHeader& request, pdu::Octets pdu) {
-  OutgoingFrame frame{.header = request, .pdu = pdu, .stamp_id = std::nullopt};
+  OutgoingFrame frame{.header = request, .pdu = pdu, .stamp_id = std::nullopt, .side = side_};
   frame.header.destination = request.source;
   frame.header.source = addressing_.address;
   return output_.Send(frame);

@@ -1,4 +1,4 @@
-// The sending side of one end point: from its address, on its VLAN, at its level.
+// The sending side of one maintenance point: from its address, on its VLAN, at its level, to one side of its port.
 #ifndef CFM_SERVER_PROTOCOL_TRANSMITTER_H
 #define CFM_SERVER_PROTOCOL_TRANSMITTER_H
 
@@ -23,7 +23,7 @@ struct Addressing {
 /// Every send returns false when the frame did not leave.
 class Transmitter {
  public:
-  explicit Transmitter(FrameOutput& output) : output_(output) {}
+  explicit Transmitter(FrameOutput& output, Side side = Side::kWire) : output_(output), side_(side) {}
 
   /// In effect from the next frame on.
   void set_addressing(const Addressing& addressing) { addressing_ = addressing; }
@@ -40,6 +40,7 @@ class Transmitter {
 
  private:
   FrameOutput& output_;
+  Side side_;
   Addressing addressing_;
   std::uint32_t next_stamp_id_ = 1;
 };

@@ -144,7 +144,8 @@ class ALinktraceResponder : public testing::Test {
     pdu::EthernetHeader header;
     header.source = Station(8);
     header.outer = pdu::Tag{.priority = 4, .drop_eligible = false, .vid = 100};
-    responder_.Receive(header, ltm, "eth0", std::nullopt, kStart);
+    responder_.Receive({.header = header, .pdu = {}, .stamps = {}}, ltm, {.port = {.name = "eth0"}}, std::nullopt,
+                       kStart);
   }
 
   RecordingOutput output_;
