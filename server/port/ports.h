@@ -4,8 +4,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "pdu/ccm.h"
 #include "pdu/decoded.h"
@@ -33,6 +35,26 @@ struct Link {
   bool operator==(const Link&) const = default;
 };
 
+/// What of the CFM frames on one VLAN is dropped at a port, on the way in and on the way out.
+struct LevelRule {
+  std::uint16_t vid = 0;                      ///< 0: untagged frames, and those with a tag that holds a priority only
+  std::uint16_t inner_vid = 0;                ///< 0: frames without a second tag
+  std::optional<std::uint8_t> up_to_level{};  ///< this level and lower ones
+  std::optional<std::uint8_t> linktrace_level{};  ///< linktrace messages of this level
+
+  bool operator==(const LevelRule&) const = default;
+};
+
+/// Since a port was opened.
+struct Counters {
+  std::uint64_t received = 0;   ///< handed to the listener
+  std::uint64_t oversized = 0;  ///< received with more octets than any frame may have
+  std::uint64_t malformed = 0;  ///< received with tags in a form that is not in use here
+  std::uint64_t overrun = 0;    ///< lost because they came faster than they were read
+  std::uint64_t sent = 0;       ///< taken by the kernel
+  std::uint64_t refused = 0;    ///< by the kernel
+};
+
 /// Who sent a frame: the sender's own number.
 using Owner = std::uint64_t;
 
@@ -44,7 +66,7 @@ class Listener {
   virtual void LinkRemoved(Index index) = 0;
   /// From the wire of an open port. The octets are good during the call only.
   virtual void Received(Index index, const protocol::ReceivedFrame& frame) = 0;
-  /// When a frame that asked for it left.
+  /// When a frame that asked for it left. Comes again when the other clock's stamp comes later, then with both.
   virtual void Stamped(Owner owner, std::uint32_t stamp_id, const protocol::Stamps& stamps) = 0;
   /// A frame whose Send() returned true was refused by the kernel after all.
   virtual void NotSent(Owner owner, pdu::Octets pdu) = 0;
@@ -68,8 +90,15 @@ class Ports {
   virtual bool Send(Index index, const protocol::OutgoingFrame& frame, Owner owner) = 0;
   virtual protocol::ClockReading ReadClocks() = 0;
 
-  /// What the port is to suffer from now on; undone when it is closed.
+  /// What the open port is to suffer from now on; undone when it is closed.
   virtual void SetFaultAction(Index index, protocol::FaultAction action) = 0;
+  /// Instead of the rules before; an empty list ends the filtering. What is dropped on the way in is Received() all the
+  /// same, and what is sent from here is not subject to it. False, and logged, when the system refuses: the rules
+  /// before stay. Undone when the port is closed.
+  virtual bool SetLevelFilter(Index index, std::vector<LevelRule> rules) = 0;
+
+  /// Of an open port; else zeros.
+  virtual Counters CountersOf(Index index) const = 0;
 
  protected:
   ~Ports() = default;

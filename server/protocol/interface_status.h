@@ -12,6 +12,8 @@ struct LinkState {
   std::uint8_t operstate = 0;  ///< IF_OPER_... of linux/if.h
   bool lower_up = false;       ///< the port is up and has carrier
   bool held_dormant = false;   ///< by this server's own fault action
+
+  bool operator==(const LinkState&) const = default;
 };
 
 /// By name: Linux numbers its states otherwise than IEEE 802.1Q clause 21.5.5 does. A port that works but whose driver
