@@ -1,8 +1,10 @@
 #include "event_loop.h"
 
 #include <sys/epoll.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -38,10 +40,37 @@ void EventLoop::Run() {
   running_ = true;
   std::array<epoll_event, 64> events;
   while (running_) {
-    const int count = epoll_wait(epoll_, events.data(), events.size(), -1);
-    if (count < 0 && errno != EINTR) ThrowErrno("epoll_wait");
-    for (int i = 0; i < count && running_; ++i) ready_.at(events[static_cast<size_t>(i)].data.fd)();
+    AdvanceTimers();
+    const int count = Wait(events);
+    for (int i = 0; i < count && running_; ++i) {
+      if (i != 0) AdvanceTimers();
+      ready_.at(events[static_cast<size_t>(i)].data.fd)();
+    }
   }
+}
+
+void EventLoop::AdvanceTimers() {
+  if (timers_ == nullptr) return;
+  const TimePoint now = std::chrono::steady_clock::now();
+  if (timers_->deadline() > now) return;
+  timers_->Advance(now);
+  advanced_ = now;
+}
+
+int EventLoop::Wait(std::span<epoll_event> events) {
+  using std::chrono::nanoseconds;
+  const TimePoint deadline = timers_ == nullptr ? kNever : timers_->deadline();
+  timespec timeout = {};
+  if (deadline != kNever) {
+    const TimePoint now = std::chrono::steady_clock::now();
+    const auto left = std::max(std::max(deadline, advanced_ + kGranularity) - now, nanoseconds::zero());
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
+    timeout = {.tv_sec = seconds.count(), .tv_nsec = (left - seconds).count()};
+  }
+  const int count = epoll_pwait2(epoll_, events.data(), static_cast<int>(events.size()),
+                                 deadline == kNever ? nullptr : &timeout, nullptr);
+  if (count < 0 && errno != EINTR) ThrowErrno("epoll_pwait2");
+  return count;
 }
 
 }  // namespace cfm

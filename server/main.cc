@@ -6,20 +6,30 @@
 #include <zlog.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <optional>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 
 #include "cfm/identities.h"
+#include "contract/cache.h"
+#include "contract/outbox.h"
 #include "contract/server.h"
+#include "engine/engine.h"
 #include "event_loop.h"
+#include "port/capabilities.h"
+#include "port/linux_ports.h"
 #include "vorbus/vorbus.h"
 
 namespace {
@@ -31,11 +41,17 @@ enum ExitStatus : int {
   kUsage = 2,
   kAnotherServer = 3,
   kNoDirectory = 4,
+  kNoPrivilege = 5,
 };
+
+// A client that takes nothing for that long loses its link. Short, as the end points wait meanwhile; events do not come
+// to that, see contract/outbox.h.
+constexpr unsigned int kSendTimeoutMs = 5;
 
 struct Options {
   std::string directory;
   std::string log_level;
+  std::string chassis_id;
 };
 
 struct CloseToken {
@@ -91,7 +107,62 @@ int ReportOpenError(int error, const Options& options) {
   return kNoDirectory;
 }
 
+std::optional<cfm::protocol::SystemId> SystemOf(const Options& options) {
+  constexpr std::uint8_t kLocallyAssigned = 7;  // IEEE 802.1AB clause 8.5.2.2, of which Sender ID takes the subtypes
+  if (options.chassis_id.empty()) return std::nullopt;
+  cfm::protocol::SystemId system;
+  system.chassis_subtype = kLocallyAssigned;
+  system.chassis_id.assign(options.chassis_id.begin(), options.chassis_id.end());
+  return system;
+}
+
+cfm::protocol::Random MakeRandom() {
+  return [generator = std::mt19937_64(std::random_device()())](cfm::protocol::Duration below) mutable {
+    return cfm::protocol::Duration(std::uniform_int_distribution<std::int64_t>(0, below.count() - 1)(generator));
+  };
+}
+
+// The engine and its ports know each other. Neither calls the other before it is asked to do something.
+struct Element {
+  Element(const cfm::contract::Cache& cache, cfm::contract::Announcer& announcer, zlog_category_t* log,
+          const Options& options)
+      : ports(engine, log, {}),
+        engine(cache, announcer, ports, log, MakeRandom(), std::chrono::steady_clock::now,
+               {.system = SystemOf(options)}) {}
+
+  cfm::port::LinuxPorts ports;
+  cfm::engine::Engine engine;
+};
+
+// What is due at times: the end points', and the events that wait for the clients.
+class Timers final : public cfm::EventLoop::Timers {
+ public:
+  Timers(Element& element, cfm::contract::Outbox& outbox) : element_(element), outbox_(outbox) {}
+
+  cfm::EventLoop::TimePoint deadline() const override {
+    return std::min(element_.engine.deadline(), outbox_.deadline());
+  }
+  void Advance(cfm::EventLoop::TimePoint now) override {
+    element_.engine.Advance(now);
+    element_.ports.Flush();
+    outbox_.Flush(now);
+  }
+
+ private:
+  Element& element_;
+  cfm::contract::Outbox& outbox_;
+};
+
 int Serve(const Options& options) {
+  if (const std::string missing = cfm::port::MissingCapabilities(); !missing.empty()) {
+    std::fprintf(stderr,
+                 "cfm-mgr: needs %s, to listen on ports and to filter them: start it as root, or as a service that is "
+                 "given both CAP_NET_RAW and CAP_NET_ADMIN, or try it out within 'unshare -Urn'\n",
+                 missing.c_str());
+    return kNoPrivilege;
+  }
+  // Before the middleware starts its threads, which inherit them.
+  cfm::port::KeepNetworkCapabilitiesOnly();
   const int signals = OpenSignals();
   google::protobuf::SetLogHandler(
       nullptr);  // what it would say of a malformed message, the server says in its own lines
@@ -100,6 +171,7 @@ int Serve(const Options& options) {
   vorbus_options_t attachment = {};
   attachment.process = CFM_MGR_PROCESS->name;
   attachment.directory = options.directory.empty() ? nullptr : options.directory.c_str();
+  attachment.send_timeout_ms = kSendTimeoutMs;
   vorbus_t* opened = nullptr;
   if (const int error = vorbus_open(&attachment, &opened); error != 0) return ReportOpenError(error, options);
   const Token token(opened);
@@ -112,8 +184,13 @@ int Serve(const Options& options) {
     return kFailed;
   }
 
-  const cfm::contract::Server server(token.get(), log);
+  cfm::contract::Cache cache;
+  cfm::contract::Outbox outbox(token.get(), log);
+  Element element(cache, outbox, log, options);
+  const cfm::contract::Server server(token.get(), log, cache, element.engine);
+  Timers timers(element, outbox);
   cfm::EventLoop loop;
+  loop.SetTimers(timers);
   int status = kEnded;
   loop.Add(signals, [&] {
     signalfd_siginfo received = {};
@@ -123,10 +200,15 @@ int Serve(const Options& options) {
   });
   loop.Add(vorbus_fd(token.get()), [&] {
     const int result = vorbus_dispatch(token.get());
+    element.ports.Flush();
     if (result >= 0) return;
     zlog_error(log, "the middleware failed: %s", std::strerror(-result));
     status = kFailed;
     loop.Stop();
+  });
+  loop.Add(element.ports.fd(), [&] {
+    element.ports.Poll();
+    element.ports.Flush();
   });
   zlog_info(log, "serves in %s", DirectoryOf(options).c_str());
   loop.Run();
@@ -135,7 +217,8 @@ int Serve(const Options& options) {
 
 int Run(int argc, char** argv) {
   Options options;
-  CLI::App app("The CFM manager of this element: holds the configuration that its clients give it.", "cfm-mgr");
+  CLI::App app("The CFM manager of this element: runs the configuration that its clients give it on its ports.",
+               "cfm-mgr");
   app.set_version_flag("--version", "cfm-mgr " CFM_VERSION);
   app.add_option("--socket-dir", options.directory,
                  "directory of the middleware's sockets (default: $VORBUS_DIR, else /run/vorbus)")
@@ -146,6 +229,12 @@ int Run(int argc, char** argv) {
          "else warn)")
       ->type_name("LEVEL")
       ->check(CLI::IsMember({"error", "warn", "info", "debug"}));
+  app.add_option("--chassis-id", options.chassis_id,
+                 "how this element calls itself in Sender ID TLVs (default: the lowest address of its ports)")
+      ->type_name("TEXT")
+      ->check([](const std::string& text) {
+        return text.empty() || text.size() > 255 ? "the chassis id has 1 to 255 octets" : "";
+      });
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

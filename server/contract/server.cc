@@ -15,9 +15,22 @@ namespace pb = client_server;
 // Debug lines show this much of a request.
 constexpr size_t kMaxShownOctets = 1000;
 
+template <typename Error, typename Trigger>
+Error ErrorOf(const Trigger& trigger, protocol::TestError reason) {
+  Error error;
+  error.set_md_name(trigger.md_name());
+  error.set_ma_name(trigger.ma_name());
+  error.set_trigger_id(trigger.trigger_id());
+  error.set_error_code(static_cast<uint32_t>(reason));
+  error.set_mep_id(trigger.mep_id());
+  error.set_target_mep_id(trigger.target_mep_id());
+  return error;
+}
+
 }  // namespace
 
-Server::Server(vorbus_t* token, zlog_category_t* log) : token_(token), log_(log) {
+Server::Server(vorbus_t* token, zlog_category_t* log, Cache& cache, Machinery& machinery)
+    : token_(token), log_(log), cache_(cache), machinery_(machinery) {
   struct Road {
     const vorbus_sig_t* signal;
     vorbus_sig_fn handler;
@@ -83,16 +96,20 @@ void Server::Handle(vorbus_pid_t sender, const Request& request) {
   const Outcome outcome = cache_.Apply(request);
   if (const auto* refusal = std::get_if<Refusal>(&outcome)) {
     Warn(sender, Request::descriptor()->name(), refusal->text);
-  } else {
-    Act(std::get<Change>(outcome));
+  } else if (const Change& change = std::get<Change>(outcome); change.effect != Effect::kUnchanged) {
+    machinery_.ConfigurationChanged(change);
   }
 }
 
-void Server::Handle(vorbus_pid_t /*sender*/, const pb::OpStatsClear& /*request*/) {
-  // Nothing counts yet.
+void Server::Handle(vorbus_pid_t /*sender*/, const pb::OpStatsClear& request) {
+  machinery_.ClearStatistics(request);
 }
 
 void Server::Handle(vorbus_pid_t sender, const pb::OpLinktraceTriggerMsg& trigger) {
+  const auto reason = machinery_.Start(trigger);
+  if (!reason) return;
+  // The contract has no code for it: what the log says is all that there is to know.
+  Warn(sender, trigger.GetDescriptor()->name(), "reason " + std::to_string(static_cast<int>(*reason)));
   pb::OpLinktraceTriggerError error;
   *error.mutable_key() = trigger.key();
   error.set_ttl(trigger.ttl());
@@ -100,11 +117,15 @@ void Server::Handle(vorbus_pid_t sender, const pb::OpLinktraceTriggerMsg& trigge
 }
 
 void Server::Handle(vorbus_pid_t sender, const pb::OpLoopbackTriggerMsg& trigger) {
-  Send(sender, CFM_MGR_S2C_SIG_LB_TRIGGER_ERROR, ErrorOf<pb::OpLoopbackTriggerError>(trigger));
+  if (const auto reason = machinery_.Start(trigger)) {
+    Send(sender, CFM_MGR_S2C_SIG_LB_TRIGGER_ERROR, ErrorOf<pb::OpLoopbackTriggerError>(trigger, *reason));
+  }
 }
 
 void Server::Handle(vorbus_pid_t sender, const pb::OpDelayMeasurementTriggerMsg& trigger) {
-  Send(sender, CFM_MGR_S2C_SIG_DM_TRIGGER_ERROR, ErrorOf<pb::OpDelayMeasurementTriggerError>(trigger));
+  if (const auto reason = machinery_.Start(trigger)) {
+    Send(sender, CFM_MGR_S2C_SIG_DM_TRIGGER_ERROR, ErrorOf<pb::OpDelayMeasurementTriggerError>(trigger, *reason));
+  }
 }
 
 void Server::AnswerCache(vorbus_pid_t sender) {
@@ -114,37 +135,12 @@ void Server::AnswerCache(vorbus_pid_t sender) {
 
 void Server::AnswerStatistics(vorbus_pid_t sender) {
   zlog_debug(log_, "client %u asks for the statistics", sender);
-  Send(sender, CFM_MGR_S2C_SIG_STATS_REPLY, pb::OpReplyAllStats());
+  Send(sender, CFM_MGR_S2C_SIG_STATS_REPLY, machinery_.Statistics());
 }
 
 void Server::AnswerStatus(vorbus_pid_t sender) {
-  // The answer would be an event per MEP with a state; none has one yet.
   zlog_debug(log_, "client %u asks for the status of every MEP", sender);
-}
-
-template <typename Error, typename Trigger>
-Error Server::ErrorOf(const Trigger& trigger) const {
-  const bool exists = cache_.FindEndpoint(trigger.md_name(), trigger.ma_name(), trigger.mep_id()) != nullptr;
-  Error error;
-  error.set_md_name(trigger.md_name());
-  error.set_ma_name(trigger.ma_name());
-  error.set_trigger_id(trigger.trigger_id());
-  error.set_error_code(static_cast<uint32_t>(exists ? TestError::kMepNotOperational : TestError::kNoSuchMep));
-  error.set_mep_id(trigger.mep_id());
-  error.set_target_mep_id(trigger.target_mep_id());
-  return error;
-}
-
-void Server::Act(const Change& change) {
-  for (const ObjectKey& key : change.removed) {
-    const auto* endpoint = std::get_if<EndpointKey>(&key);
-    if (endpoint == nullptr) continue;
-    pb::RemovedLocalMaintenanceEndpoint event;
-    event.set_md_name(endpoint->md_name);
-    event.set_ma_name(endpoint->ma_name);
-    event.set_local_mep_id(endpoint->mep_id);
-    Publish(CFM_MGR_SRV_EVENT_REMOVED_LOCAL_MEP, event);
-  }
+  machinery_.AnnounceStatus();
 }
 
 void Server::Send(vorbus_pid_t to, const vorbus_sig_t* signal, const google::protobuf::Message& message) {
@@ -153,14 +149,6 @@ void Server::Send(vorbus_pid_t to, const vorbus_sig_t* signal, const google::pro
   if (result < 0) {
     zlog_warn(log_, "%s of %zu octets did not reach client %u: %s", message.GetDescriptor()->name().c_str(),
               octets.size(), to, std::strerror(-result));
-  }
-}
-
-void Server::Publish(const vorbus_event_t* event, const google::protobuf::Message& message) {
-  const std::string octets = message.SerializeAsString();
-  const int result = vorbus_event_publish(token_, event, octets.data(), octets.size());
-  if (result < 0) {
-    zlog_warn(log_, "%s could not be announced: %s", message.GetDescriptor()->name().c_str(), std::strerror(-result));
   }
 }
 

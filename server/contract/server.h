@@ -1,4 +1,4 @@
-// The server's side of the contract with its clients: takes every request, keeps the cache, answers and announces.
+// The server's side of the contract with its clients: takes every request, keeps the cache, answers.
 #ifndef CFM_SERVER_CONTRACT_SERVER_H
 #define CFM_SERVER_CONTRACT_SERVER_H
 
@@ -11,18 +11,10 @@
 
 #include "client_server.pb.h"
 #include "contract/cache.h"
+#include "contract/machinery.h"
 #include "vorbus/vorbus.h"
 
 namespace cfm::contract {
-
-// Why a loopback or delay measurement does not run, as clients are told.
-enum class TestError : uint32_t {
-  kNoSuchMep = 1,
-  kMepNotOperational = 2,
-  kTargetUnknown = 3,
-  kBadParameter = 4,
-  kTooManyTests = 5,
-};
 
 // Lives on one token; works inside vorbus_dispatch only. Whatever a request's octets are, they are at worst logged and
 // dropped.
@@ -31,14 +23,12 @@ class Server {
   // Larger requests are dropped unread. The largest reasonable one, an association with all its ids, has under 64 KiB.
   static constexpr size_t kMaxRequestOctets = 1 << 20;
 
-  // Registers for every request. The token and the category outlive the server. Throws std::system_error when the
-  // middleware refuses a registration.
-  Server(vorbus_t* token, zlog_category_t* log);
+  // Registers for every request. All of these outlive the server. Throws std::system_error when the middleware refuses
+  // a registration.
+  Server(vorbus_t* token, zlog_category_t* log, Cache& cache, Machinery& machinery);
   ~Server();
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
-
-  const Cache& cache() const { return cache_; }
 
  private:
   // The one road of a request that carries a message: parsed, noted, handled.
@@ -60,20 +50,14 @@ class Server {
   void AnswerStatistics(vorbus_pid_t sender);
   void AnswerStatus(vorbus_pid_t sender);
 
-  template <typename Error, typename Trigger>
-  Error ErrorOf(const Trigger& trigger) const;
-
-  // What follows from a change besides the cache.
-  void Act(const Change& change);
-
   void Send(vorbus_pid_t to, const vorbus_sig_t* signal, const google::protobuf::Message& message);
-  void Publish(const vorbus_event_t* event, const google::protobuf::Message& message);
   void Warn(vorbus_pid_t sender, const std::string& request, const std::string& text);
   void Note(vorbus_pid_t sender, const google::protobuf::Message& request);
 
   vorbus_t* token_;
   zlog_category_t* log_;
-  Cache cache_;
+  Cache& cache_;
+  Machinery& machinery_;
   std::vector<vorbus_registration_t*> registrations_;
 };
 

@@ -130,13 +130,11 @@ constexpr std::uint32_t KeyOf(std::uint32_t vid, std::uint32_t inner_vid) {
   return inner_vid << kVidBits | vid;
 }
 
-class LevelFilter {
+class LevelFilters {
  public:
-  LevelFilter(Assembler& code, std::span<const LevelRule> rules) : code_(code), match_(code.NewLabel()) {
-    for (const LevelRule& rule : rules) {
-      Fate& fate = fates_[KeyOf(rule.vid & kVidMask, rule.inner_vid & kVidMask)];
-      fate.up_to_level = std::max(fate.up_to_level, rule.up_to_level);
-      if (rule.linktrace_level) fate.linktrace_level = rule.linktrace_level;
+  LevelFilters(Assembler& code, std::span<const protocol::LevelFilter> filters) : code_(code), match_(code.NewLabel()) {
+    for (const auto& [vlan, up_to_level, linktrace_level] : filters) {
+      fates_[KeyOf(vlan.vid & kVidMask, vlan.inner_vid & kVidMask)] = {up_to_level, linktrace_level};
     }
   }
 
@@ -285,13 +283,13 @@ std::optional<Program> HookProgram(const HookPolicy& policy) {
 
   code.Do(kLoadConstant, static_cast<std::uint32_t>(policy.mark));
   FindCfm(code, cfm, other);
-  LevelFilter filter(code, policy.rules);
-  if (filter.empty()) {
+  LevelFilters filters(code, policy.filters);
+  if (filters.empty()) {
     for (const Assembler::Label label : cfm) code.Place(label);
     code.Jump(pass);
   } else {
-    filter.LoadVlan(cfm, pass);
-    filter.Match(drop, pass);
+    filters.LoadVlan(cfm, pass);
+    filters.Match(drop, pass);
   }
   code.Place(other);
   code.Jump(policy.cfm_only ? drop : pass);

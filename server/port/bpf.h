@@ -26,13 +26,13 @@ enum class HookMark : std::uint32_t { kFilter = 0x63666d01, kFilterOfDormantPort
 std::optional<HookMark> MarkOf(std::span<const sock_filter> program);
 
 struct HookPolicy {
-  bool cfm_only = false;  ///< drops everything that is not CFM
-  std::span<const LevelRule> rules;
+  bool cfm_only = false;                           ///< drops everything that is not CFM
+  std::span<const protocol::LevelFilter> filters{};  ///< the last one of a VLAN counts
   HookMark mark = HookMark::kFilter;
 };
 
 /// For direct action at a hook of traffic control. What it does not drop goes on to the next filter. None when there
-/// are more rules than a program can hold.
+/// are more of them than a program can hold.
 std::optional<Program> HookProgram(const HookPolicy& policy);
 
 }  // namespace cfm::port

@@ -187,10 +187,10 @@ void LinuxPorts::SetFaultAction(Index index, protocol::FaultAction action) {
   Wake();
 }
 
-bool LinuxPorts::SetLevelFilter(Index index, std::vector<LevelRule> rules) {
+bool LinuxPorts::SetLevelFilter(Index index, std::vector<protocol::LevelFilter> filters) {
   const auto found = ports_.find(index);
   if (found == ports_.end()) return false;
-  const auto refusal = found->second->control.SetLevelFilter(std::move(rules));
+  const auto refusal = found->second->control.SetLevelFilter(std::move(filters));
   if (refusal) Report(refusals_, index, *refusal);
   return !refusal;
 }

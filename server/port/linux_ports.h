@@ -51,7 +51,7 @@ class LinuxPorts final : public Ports {
   bool Send(Index index, const protocol::OutgoingFrame& frame, Owner owner) override;
   protocol::ClockReading ReadClocks() override;
   void SetFaultAction(Index index, protocol::FaultAction action) override;
-  bool SetLevelFilter(Index index, std::vector<LevelRule> rules) override;
+  bool SetLevelFilter(Index index, std::vector<protocol::LevelFilter> filters) override;
   Counters CountersOf(Index index) const override;
 
  private:

@@ -46,25 +46,25 @@ std::optional<Refusal> PortControl::SetFaultAction(protocol::FaultAction action,
   return refusal;
 }
 
-std::optional<Refusal> PortControl::SetLevelFilter(std::vector<LevelRule> rules) {
-  std::swap(rules_, rules);
+std::optional<Refusal> PortControl::SetLevelFilter(std::vector<protocol::LevelFilter> filters) {
+  std::swap(filters_, filters);
   const auto refusal = Filter();
-  if (refusal) rules_ = std::move(rules);
+  if (refusal) filters_ = std::move(filters);
   return refusal;
 }
 
 std::optional<Refusal> PortControl::Release() {
-  rules_.clear();
+  filters_.clear();
   return SetFaultAction(protocol::FaultAction::kNone, IF_LINK_MODE_DEFAULT);
 }
 
 std::optional<Refusal> PortControl::Filter() {
   const HookPolicy policy{.cfm_only = action_ != protocol::FaultAction::kNone,
-                          .rules = rules_,
+                          .filters = filters_,
                           .mark = holds_dormant_ ? HookMark::kFilterOfDormantPort : HookMark::kFilter};
-  if (!policy.cfm_only && policy.rules.empty()) return RemoveFilters();
+  if (!policy.cfm_only && policy.filters.empty()) return RemoveFilters();
   const auto program = HookProgram(policy);
-  if (!program) return Refusal{"more level rules than a filter holds", -E2BIG};
+  if (!program) return Refusal{"more level filters than a program holds", -E2BIG};
   if (const int error = hooks_.AddHooks(); error == 0) {
     owns_hooks_ = true;
   } else if (error != -EEXIST) {

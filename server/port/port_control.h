@@ -30,7 +30,7 @@ class PortControl {
 
   /// `link_mode` is IF_LINK_MODE_... of the port. One that somebody else has made dormant is left so.
   std::optional<Refusal> SetFaultAction(protocol::FaultAction action, std::uint8_t link_mode);
-  std::optional<Refusal> SetLevelFilter(std::vector<LevelRule> rules);
+  std::optional<Refusal> SetLevelFilter(std::vector<protocol::LevelFilter> filters);
 
   /// Undoes everything.
   std::optional<Refusal> Release();
@@ -48,7 +48,7 @@ class PortControl {
   TrafficControl hooks_;
   Index index_;
   protocol::FaultAction action_ = protocol::FaultAction::kNone;
-  std::vector<LevelRule> rules_;
+  std::vector<protocol::LevelFilter> filters_;
   bool has_filters_ = false;
   bool owns_hooks_ = false;
   bool holds_dormant_ = false;

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +13,7 @@
 #include "pdu/mac_address.h"
 #include "protocol/frame.h"
 #include "protocol/interface_status.h"
+#include "protocol/level_filter.h"
 #include "protocol/status.h"
 
 namespace cfm::port {
@@ -33,16 +33,6 @@ struct Link {
   pdu::PortStatus port_status = pdu::PortStatus::kNone;  ///< of a bridge's port: up when it forwards
 
   bool operator==(const Link&) const = default;
-};
-
-/// What of the CFM frames on one VLAN is dropped at a port, on the way in and on the way out.
-struct LevelRule {
-  std::uint16_t vid = 0;                      ///< 0: untagged frames, and those with a tag that holds a priority only
-  std::uint16_t inner_vid = 0;                ///< 0: frames without a second tag
-  std::optional<std::uint8_t> up_to_level{};  ///< this level and lower ones
-  std::optional<std::uint8_t> linktrace_level{};  ///< linktrace messages of this level
-
-  bool operator==(const LevelRule&) const = default;
 };
 
 /// Since a port was opened.
@@ -92,10 +82,10 @@ class Ports {
 
   /// What the open port is to suffer from now on; undone when it is closed.
   virtual void SetFaultAction(Index index, protocol::FaultAction action) = 0;
-  /// Instead of the rules before; an empty list ends the filtering. What is dropped on the way in is Received() all the
-  /// same, and what is sent from here is not subject to it. False, and logged, when the system refuses: the rules
-  /// before stay. Undone when the port is closed.
-  virtual bool SetLevelFilter(Index index, std::vector<LevelRule> rules) = 0;
+  /// Instead of the filters before; none: ends the filtering. What is dropped on the way in is Received() all the same,
+  /// and what is sent from here is not subject to it. False, and logged, when the system refuses: the ones before stay.
+  /// Undone when the port is closed.
+  virtual bool SetLevelFilter(Index index, std::vector<protocol::LevelFilter> filters) = 0;
 
   /// Of an open port; else zeros.
   virtual Counters CountersOf(Index index) const = 0;

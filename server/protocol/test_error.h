@@ -6,8 +6,9 @@
 
 namespace cfm::protocol {
 
-/// The codes that clients are told; 1, no such MEP, is not an end point's to say.
+/// The codes that clients are told.
 enum class TestError : std::uint8_t {
+  kNoSuchMep = 1,  ///< for those who look it up; an end point itself never says so
   kMepNotOperational = 2,
   kTargetUnknown = 3,
   kBadParameter = 4,

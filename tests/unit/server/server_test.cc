@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <memory>
 #include <random>
 #include <string>
@@ -12,6 +13,8 @@
 #include <vector>
 
 #include "cfm/identities.h"
+#include "contract/outbox.h"
+#include "engine/engine.h"
 #include "recording_middleware.h"
 
 namespace {
@@ -21,6 +24,7 @@ using recording::Journal;
 using recording::Kind;
 using recording::Only;
 using recording::Sent;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -33,6 +37,7 @@ struct Announcement {
 };
 std::vector<Announcement> announcements;
 int publish_result = 0;
+int ready_result = 1;
 
 }  // namespace
 
@@ -41,9 +46,35 @@ int vorbus_event_publish(vorbus_t* /*token*/, const vorbus_event_t* event, const
   return publish_result;
 }
 
+int vorbus_event_ready(vorbus_t* /*token*/, const vorbus_event_t* /*event*/) {
+  return ready_result;
+}
+
 namespace {
 
+using cfm::contract::Cache;
+using cfm::contract::Outbox;
 using cfm::contract::Server;
+using cfm::engine::Engine;
+
+// An element without ports.
+class NoPorts final : public cfm::port::Ports {
+ public:
+  const cfm::port::Link* Find(cfm::port::Index /*index*/) const override { return nullptr; }
+  const cfm::port::Link* FindByName(std::string_view /*name*/) const override { return nullptr; }
+  bool Open(cfm::port::Index /*index*/) override { return false; }
+  void Close(cfm::port::Index /*index*/) override {}
+  bool Send(cfm::port::Index /*index*/, const cfm::protocol::OutgoingFrame& /*frame*/,
+            cfm::port::Owner /*owner*/) override {
+    return false;
+  }
+  cfm::protocol::ClockReading ReadClocks() override { return {}; }
+  void SetFaultAction(cfm::port::Index /*index*/, cfm::protocol::FaultAction /*action*/) override {}
+  bool SetLevelFilter(cfm::port::Index /*index*/, std::vector<cfm::protocol::LevelFilter> /*filters*/) override {
+    return false;
+  }
+  cfm::port::Counters CountersOf(cfm::port::Index /*index*/) const override { return {}; }
+};
 
 constexpr vorbus_pid_t kClient = 7;
 constexpr vorbus_pid_t kOther = 8;
@@ -63,11 +94,37 @@ class AServer : public testing::Test {
   AServer() {
     announcements.clear();
     publish_result = 0;
+    ready_result = 1;
   }
 
   void Start() {
-    server_ = std::make_unique<Server>(middleware_.token(), vorbus_trace_init(middleware_.token(), "cfm-mgr"));
+    zlog_category_t* log = vorbus_trace_init(middleware_.token(), "cfm-mgr");
+    outbox_ = std::make_unique<Outbox>(middleware_.token(), log);
+    engine_ = std::make_unique<Engine>(
+        cache_, *outbox_, ports_, log, [](cfm::protocol::Duration below) { return below / 2; },
+        [this] { return now_; });
+    server_ = std::make_unique<Server>(middleware_.token(), log, cache_, *engine_);
     middleware_.Take();
+  }
+
+  // Lets the time run until nothing waits.
+  void Settle() {
+    now_ += std::chrono::milliseconds(200);
+    engine_->Advance(now_);
+    while (outbox_->deadline() != Outbox::Clock::time_point::max())
+      outbox_->Flush(now_ += std::chrono::milliseconds(1));
+  }
+  // The removed end points that were announced.
+  std::vector<std::string> Gone() {
+    Settle();
+    std::vector<std::string> gone;
+    for (const Announcement& announcement : announcements) {
+      pb::RemovedLocalMaintenanceEndpoint event;
+      if (announcement.event != CFM_MGR_SRV_EVENT_REMOVED_LOCAL_MEP) continue;
+      EXPECT_TRUE(event.ParseFromString(announcement.octets));
+      gone.push_back(event.ShortDebugString());
+    }
+    return gone;
   }
 
   void CreateEndpoint(const char* md, const char* ma, uint32_t id) {
@@ -98,11 +155,19 @@ class AServer : public testing::Test {
 
   const google::protobuf::LogSilencer quiet_;  // names are any octets
   recording::Middleware middleware_;
+  cfm::protocol::TimePoint now_{std::chrono::hours(1)};
+  NoPorts ports_;
+  Cache cache_;
+  std::unique_ptr<Outbox> outbox_;
+  std::unique_ptr<Engine> engine_;
   std::unique_ptr<Server> server_;
 };
 
 TEST_F(AServer, RegistersForEveryRequestOnceAndReleasesAll) {
-  server_ = std::make_unique<Server>(middleware_.token(), nullptr);
+  Start();
+  server_ = nullptr;
+  middleware_.Take();
+  server_ = std::make_unique<Server>(middleware_.token(), nullptr, cache_, *engine_);
   Journal expected;
   for (const auto* request : kRequests) expected.push_back(recording::Registered(*request));
   EXPECT_TRUE(Same(middleware_.Take(), expected));
@@ -111,8 +176,10 @@ TEST_F(AServer, RegistersForEveryRequestOnceAndReleasesAll) {
 }
 
 TEST_F(AServer, IsNotMadeWhenTheMiddlewareRefusesARegistration) {
+  Start();
+  server_ = nullptr;
   middleware_.registrations_fail = true;
-  EXPECT_THROW(Server(middleware_.token(), nullptr), std::system_error);
+  EXPECT_THROW(Server(middleware_.token(), nullptr, cache_, *engine_), std::system_error);
   EXPECT_EQ(middleware_.live_registrations(), 0U);
 }
 
@@ -134,10 +201,19 @@ TEST_F(AServer, AnswersTheCacheRequestToItsSenderOnly) {
   EXPECT_TRUE(Same(Sends(), {Sent(CFM_MGR_S2C_SIG_CACHE_REPLY, kClient, expected)}));
 }
 
-TEST_F(AServer, AnswersTheStatisticsRequestWithNone) {
+TEST_F(AServer, AnswersTheStatisticsRequestToItsSender) {
   Start();
+  CreateEndpoint("d", "a", 1);
   middleware_.Deliver(CFM_MGR_C2S_SIG_STATS_GET, "", kOther);
-  EXPECT_TRUE(Same(Sends(), {Sent(CFM_MGR_S2C_SIG_STATS_REPLY, kOther, pb::OpReplyAllStats())}));
+  pb::OpReplyAllStats expected;
+  pb::LocalMepStats& local = *expected.add_local_stats();
+  local.set_md_name("d");
+  local.set_ma_name("a");
+  local.set_local_mep_id(1);
+  local.set_ccm_rx_seq_errors(0);
+  local.set_ccm_tx_current_seq(0);
+  local.set_ccm_tx_total(0);
+  EXPECT_TRUE(Same(Sends(), {Sent(CFM_MGR_S2C_SIG_STATS_REPLY, kOther, expected)}));
 }
 
 TEST_F(AServer, DoesNotMindOctetsInARequestThatHasNoMessage) {
@@ -146,12 +222,17 @@ TEST_F(AServer, DoesNotMindOctetsInARequestThatHasNoMessage) {
   EXPECT_THAT(Sends(), SizeIs(1));
 }
 
-TEST_F(AServer, SaysNothingOfMepsThatHaveNoState) {
+TEST_F(AServer, AnnouncesTheStatusOnRequest) {
   Start();
   CreateEndpoint("d", "a", 1);
+  Settle();
+  announcements.clear();
   middleware_.Deliver(CFM_MGR_C2S_SIG_STATUS_GET_ALL, "");
-  EXPECT_THAT(Sends(), IsEmpty());
   EXPECT_THAT(announcements, IsEmpty());
+  Settle();
+  ASSERT_THAT(announcements, SizeIs(1));
+  EXPECT_EQ(announcements.front().event, CFM_MGR_SRV_EVENT_STATUS_LOCAL_MEP);
+  EXPECT_THAT(Sends(), IsEmpty());
 }
 
 template <typename Trigger>
@@ -218,16 +299,9 @@ TEST_F(AServer, AnnouncesEachEndPointThatGoesWithADomain) {
   pb::OpDeleteMaintenanceDomain request;
   request.set_name("d");
   middleware_.Deliver(CFM_MGR_C2S_SIG_MD_DELETE, request);
-  std::vector<std::string> gone;
-  for (const Announcement& announcement : announcements) {
-    EXPECT_EQ(announcement.event, CFM_MGR_SRV_EVENT_REMOVED_LOCAL_MEP);
-    pb::RemovedLocalMaintenanceEndpoint event;
-    ASSERT_TRUE(event.ParseFromString(announcement.octets));
-    gone.push_back(event.ShortDebugString());
-  }
-  EXPECT_THAT(gone, ElementsAre("md_name: \"d\" ma_name: \"a\" local_mep_id: 1",
-                                "md_name: \"d\" ma_name: \"a\" local_mep_id: 2",
-                                "md_name: \"d\" ma_name: \"b\" local_mep_id: 1"));
+  EXPECT_THAT(Gone(), ElementsAre("md_name: \"d\" ma_name: \"a\" local_mep_id: 1",
+                                  "md_name: \"d\" ma_name: \"a\" local_mep_id: 2",
+                                  "md_name: \"d\" ma_name: \"b\" local_mep_id: 1"));
 }
 
 TEST_F(AServer, AnnouncesTheEndPointsOfADeletedAssociationAndADeletedEndPointOnce) {
@@ -238,22 +312,56 @@ TEST_F(AServer, AnnouncesTheEndPointsOfADeletedAssociationAndADeletedEndPointOnc
   association.set_md_name("d");
   association.set_ma_name("a");
   middleware_.Deliver(CFM_MGR_C2S_SIG_MA_DELETE, association);
-  EXPECT_THAT(announcements, SizeIs(1));
+  EXPECT_THAT(Gone(), SizeIs(1));
   pb::OpDeleteMaintenanceEndpoint endpoint;
   endpoint.set_md_name("d");
   endpoint.set_ma_name("b");
   endpoint.set_mep_id(1);
   middleware_.Deliver(CFM_MGR_C2S_SIG_MEP_DELETE, endpoint);
-  EXPECT_THAT(announcements, SizeIs(2));
+  EXPECT_THAT(Gone(), SizeIs(2));
   middleware_.Deliver(CFM_MGR_C2S_SIG_MEP_DELETE, endpoint);
-  EXPECT_THAT(announcements, SizeIs(2)) << "an end point that is gone goes no second time";
+  EXPECT_THAT(Gone(), SizeIs(2)) << "an end point that is gone goes no second time";
 }
 
-TEST_F(AServer, AnnouncesNothingWhenAnEndPointIsReplaced) {
+TEST_F(AServer, AnnouncesNothingWhenAnEndPointIsCreatedAgain) {
   Start();
   CreateEndpoint("d", "a", 1);
+  Settle();
+  announcements.clear();
   CreateEndpoint("d", "a", 1);
+  Settle();
   EXPECT_THAT(announcements, IsEmpty());
+}
+
+TEST_F(AServer, HoldsEventsBackWhileAClientIsBehindButNotForEver) {
+  Start();
+  ready_result = 0;
+  CreateEndpoint("d", "a", 1);
+  outbox_->Flush(now_ += std::chrono::seconds(1));
+  outbox_->Flush(now_ += std::chrono::seconds(9));
+  EXPECT_THAT(announcements, IsEmpty());
+  ready_result = 1;
+  outbox_->Flush(now_ += std::chrono::milliseconds(1));
+  EXPECT_THAT(announcements, SizeIs(1));
+  ready_result = 0;
+  CreateEndpoint("d", "a", 2);
+  outbox_->Flush(now_ += std::chrono::seconds(1));
+  EXPECT_THAT(announcements, SizeIs(1));
+  outbox_->Flush(now_ += Outbox::kPatience);
+  EXPECT_THAT(announcements, SizeIs(2));
+  EXPECT_THAT(Warnings(), Contains(HasSubstr("a client has taken no events for 10 s")));
+}
+
+TEST_F(AServer, AnnouncesAPortionAtATime) {
+  Start();
+  constexpr std::size_t kEvents = 3 * Outbox::kMostAtOnce;
+  for (uint32_t id = 1; id <= kEvents; ++id) CreateEndpoint("d", "a", id);
+  outbox_->Flush(now_);
+  EXPECT_THAT(announcements, SizeIs(Outbox::kMostAtOnce));
+  outbox_->Flush(now_);  // too early
+  EXPECT_THAT(announcements, SizeIs(Outbox::kMostAtOnce));
+  Settle();
+  EXPECT_THAT(announcements, SizeIs(kEvents));
 }
 
 TEST_F(AServer, WarnsOfARefusedRequestWithItsReason) {
@@ -280,7 +388,8 @@ TEST_F(AServer, WarnsOfAnEventThatCannotBeAnnounced) {
   pb::OpDeleteMaintenanceDomain request;
   request.set_name("d");
   middleware_.Deliver(CFM_MGR_C2S_SIG_MD_DELETE, request);
-  EXPECT_THAT(Warnings(), ElementsAre(HasSubstr("could not be announced: Cannot allocate memory")));
+  Settle();
+  EXPECT_THAT(Warnings(), Contains(HasSubstr("could not be announced: Cannot allocate memory")));
 }
 
 TEST_F(AServer, BuildsNoTextOfRequestsUnlessItIsWritten) {
@@ -299,7 +408,7 @@ TEST_F(AServer, DropsAMalformedMessageWithAWarning) {
                       "d",
                       kOther);  // a name of five octets, of which one came
   EXPECT_THAT(Warnings(), ElementsAre(HasSubstr("refused OpCreateMaintenanceDomain of client 8: malformed, 3 octets")));
-  EXPECT_TRUE(server_->cache().domains().empty());
+  EXPECT_TRUE(cache_.domains().empty());
 }
 
 TEST_F(AServer, DropsATooLargeMessageUnread) {
@@ -308,10 +417,10 @@ TEST_F(AServer, DropsATooLargeMessageUnread) {
   request.set_name(std::string(Server::kMaxRequestOctets, 'd'));
   middleware_.Deliver(CFM_MGR_C2S_SIG_MD_CREATE, request);
   EXPECT_THAT(Warnings(), SizeIs(1));
-  EXPECT_TRUE(server_->cache().domains().empty());
+  EXPECT_TRUE(cache_.domains().empty());
   request.set_name(std::string(Server::kMaxRequestOctets - 4, 'd'));  // tag and three octets of length
   middleware_.Deliver(CFM_MGR_C2S_SIG_MD_CREATE, request);
-  EXPECT_EQ(server_->cache().domains().size(), 1U);
+  EXPECT_EQ(cache_.domains().size(), 1U);
 }
 
 TEST_F(AServer, OutlivesRandomOctetsInEveryRequestAndChangesNothingWhenItRefuses) {
@@ -334,22 +443,23 @@ TEST_F(AServer, OutlivesRandomOctetsInEveryRequestAndChangesNothingWhenItRefuses
     }
     const auto* signal = *kRequests[random() % kRequests.size()];
     const bool compare = i % 50 == 0;
-    const std::string before = compare ? server_->cache().Snapshot().SerializeAsString() : "";
+    const std::string before = compare ? cache_.Snapshot().SerializeAsString() : "";
     ASSERT_EQ(middleware_.Deliver(signal, octets, kOther), 1);
     if (Warnings().empty()) {
       ++accepted;
     } else {
       ++refused;
       if (compare) {
-        ASSERT_EQ(server_->cache().Snapshot().SerializeAsString(), before);
+        ASSERT_EQ(cache_.Snapshot().SerializeAsString(), before);
       }
     }
+    if (i % 1000 == 0) Settle();
     middleware_.Take();
     announcements.clear();
   }
   EXPECT_GT(refused, 1000);
   EXPECT_GT(accepted, 1000);
-  EXPECT_FALSE(server_->cache().domains().empty() && server_->cache().probes().empty());
+  EXPECT_FALSE(cache_.domains().empty() && cache_.probes().empty());
 }
 
 }  // namespace

@@ -1,0 +1,665 @@
+// The configuration at work, on ports that are simulated: what becomes of each request, of ports that come and go, and
+// of the clients' questions.
+#include "engine/engine.h"
+
+#include <gmock/gmock.h>
+#include <google/protobuf/text_format.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include "pdu/ccm.h"
+#include "simulation.h"
+
+namespace cfm::engine {
+namespace {
+
+namespace pb = client_server;
+using namespace std::chrono_literals;
+using protocol::TestError;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+
+template <typename Message>
+Message FromText(const std::string& text) {
+  Message message;
+  EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &message)) << text;
+  return message;
+}
+
+// What `more` names, it says instead.
+template <typename Message>
+Message With(const std::string& usual, const std::string& more) {
+  auto message = FromText<Message>(usual);
+  message.MergeFrom(FromText<Message>(more));
+  return message;
+}
+
+auto Domain(const std::string& more = "") {
+  return With<pb::OpCreateMaintenanceDomain>("name: 'd' format: 4 level: 5 sender_id: 1 mhf_creation: 1", more);
+}
+auto Association(const std::string& more = "") {
+  return With<pb::OpCreateMaintenanceAssociation>(
+      "md_name: 'd' ma_name: 'a' format: 2 ccm_interval: 4 sender_id: 1 mep_ids: [1, 2]", more);
+}
+auto EndPointOf(int id, int port, const std::string& more = "") {
+  return With<pb::OpCreateMaintenanceEndpoint>(
+      "md_name: 'd' ma_name: 'a' direction: 1 ccm_priority: 7 admin_state: true tx_ccm_enabled: true "
+      "lowest_prio_defect_allowed: 1 fng_alarm_time: 250 fng_reset_time: 1000 mep_id: " +
+          std::to_string(id) + " ifindex: " + std::to_string(port),
+      more);
+}
+auto Update(int id, const std::string& more) {
+  return With<pb::OpUpdateMaintenanceEndpoint>("md_name: 'd' ma_name: 'a' mep_id: " + std::to_string(id), more);
+}
+
+// Two elements with a port each, and a wire between them.
+class TwoElements : public testing::Test {
+ protected:
+  TwoElements() {
+    west.SetLink(2, "east0");
+    east.SetLink(3, "west0");
+    simulation.Join(west, 2, east, 3);
+  }
+
+  void Configure() {
+    for (Element* element : {&west, &east}) {
+      element->Do(Domain());
+      element->Do(Association());
+    }
+    west.Do(EndPointOf(1, 2));
+    east.Do(EndPointOf(2, 3));
+  }
+  void ConfigureAndMeet() {
+    Configure();
+    simulation.RunFor(5s);
+    EXPECT_EQ(StateAt(west), 4U);
+    EXPECT_EQ(StateAt(east), 4U);
+    west.announcer.Take();
+    east.announcer.Take();
+  }
+
+  // The state of the remote MEP that was announced last; 0: none was.
+  static std::uint32_t StateAt(Element& element) {
+    std::uint32_t state = 0;
+    for (const std::string& event : element.announcer.events()) {
+      if (const auto at = event.find("fsm_state: "); at != std::string::npos) {
+        state = static_cast<std::uint32_t>(std::stoul(event.substr(at + 11)));
+      }
+    }
+    return state;
+  }
+  static pb::LocalMepStats Local(Element& element) { return element.engine.Statistics().local_stats(0); }
+
+  Simulation simulation;
+  Element& west = simulation.Add();
+  Element& east = simulation.Add();
+};
+
+TEST_F(TwoElements, MeetEachOther) {
+  Configure();
+  simulation.RunFor(5s);
+  EXPECT_EQ(StateAt(west), 4U);
+  EXPECT_EQ(StateAt(east), 4U);
+  EXPECT_THAT(
+      west.announcer.Take(),
+      Contains("StatusRemoteMaintenanceEndpoint {md_name: \"d\" ma_name: \"a\" mac: \"\\002\\000\\000\\000\\000\\003\" "
+               "sender_id: \"\" local_mep_id: 1 remote_mep_id: 2 fsm_state: 4 port_state: 0 intf_status: 1 "
+               "rdi: false last_change_uptime: 360050}"));
+}
+
+TEST_F(TwoElements, SeeEachOtherFail) {
+  ConfigureAndMeet();
+  simulation.Cut(west, 2);
+  simulation.RunFor(10s);
+  EXPECT_EQ(StateAt(west), 3U);
+  EXPECT_THAT(
+      west.announcer.Take(),
+      Contains("StatusLocalMaintenanceEndpoint {md_name: \"d\" ma_name: \"a\" mac: \"\\002\\000\\000\\000\\000\\002\" "
+               "local_mep_id: 1 highest_defect: 3 intf_status: 1 port_state: 0 block_state: 0 shutdown_state: 0 "
+               "rdi: true defect_mac_status: false defect_remote_ccm: true defect_error_ccm: false "
+               "defect_xcon_ccm: false defect_rdi: false defect_ais: false}"));
+  simulation.Join(west, 2, east, 3);
+  simulation.RunFor(10s);
+  EXPECT_EQ(StateAt(west), 4U);
+}
+
+TEST_F(TwoElements, AreNotDisturbedByRequestsThatRepeatWhatIsKnown) {
+  ConfigureAndMeet();
+  const auto sequence = Local(west).ccm_tx_current_seq();
+  for (int i = 0; i < 50; ++i) {
+    west.Do(Domain());
+    west.Do(Association());
+    west.Do(EndPointOf(1, 2));
+    west.Do(Update(1, "admin_state: true tx_ccm_enabled: true ccm_priority: 7"));
+    simulation.RunFor(100ms);
+  }
+  EXPECT_EQ(Local(west).ccm_tx_current_seq(), sequence + 5);
+  EXPECT_THAT(west.announcer.Take(), IsEmpty());
+  EXPECT_THAT(east.announcer.Take(), IsEmpty());
+  EXPECT_EQ(Local(east).ccm_rx_seq_errors(), 0U);
+}
+
+TEST_F(TwoElements, AreNotDisturbedByAnotherPriority) {
+  ConfigureAndMeet();
+  west.Do(Update(1, "ccm_priority: 3 primary_vid: 0"));
+  const std::size_t before = west.ports.sent.at(2).size();
+  simulation.RunFor(5s);
+  EXPECT_EQ(west.ports.sent.at(2).size(), before + 5);
+  EXPECT_THAT(east.announcer.Take(), IsEmpty());
+  EXPECT_EQ(Local(east).ccm_rx_seq_errors(), 0U);
+}
+
+TEST_F(TwoElements, WatchOnWithANewListOfIds) {
+  ConfigureAndMeet();
+  west.Do(FromText<pb::OpUpdateMaintenanceAssociation>("md_name: 'd' ma_name: 'a' ccm_interval: 4 mep_ids: [1, 2, 3]"));
+  simulation.RunFor(1s);
+  EXPECT_THAT(west.announcer.Take(), Each(HasSubstr("remote_mep_id: 3")));
+  west.Do(FromText<pb::OpUpdateMaintenanceAssociation>("md_name: 'd' ma_name: 'a' ccm_interval: 4 mep_ids: [1, 2]"));
+  simulation.RunFor(1s);
+  EXPECT_THAT(west.announcer.Take(),
+              ElementsAre("RemovedRemoteMaintenanceEndpoint {md_name: \"d\" ma_name: \"a\" local_mep_id: 1 "
+                          "remote_mep_id: 3}"));
+}
+
+TEST_F(TwoElements, MoveToAnotherVlanTogether) {
+  ConfigureAndMeet();
+  west.Do(Update(1, "primary_vid: 100"));
+  simulation.RunFor(5s);
+  EXPECT_EQ(StateAt(west), 3U);
+  east.Do(Update(2, "primary_vid: 100"));
+  simulation.RunFor(5s);
+  EXPECT_EQ(StateAt(west), 4U);
+  EXPECT_EQ(west.ports.sent.at(2).back().header.outer->vid, 100);
+}
+
+TEST_F(TwoElements, BeginAnewAfterAReplacementWithAnotherLevel) {
+  ConfigureAndMeet();
+  for (Element* element : {&west, &east}) {
+    auto domain = Domain();
+    domain.set_level(6);
+    element->Do(domain);
+  }
+  simulation.RunFor(5s);
+  EXPECT_EQ(west.ports.sent.at(2).back().pdu.at(0) >> 5, 6);
+  EXPECT_EQ(StateAt(west), 4U);
+}
+
+TEST_F(TwoElements, TellOfRemovedEndPointsFromBelow) {
+  ConfigureAndMeet();
+  west.Do(FromText<pb::OpDeleteMaintenanceDomain>("name: 'd'"));
+  EXPECT_THAT(west.announcer.Take(),
+              ElementsAre("RemovedRemoteMaintenanceEndpoint {md_name: \"d\" ma_name: \"a\" local_mep_id: 1 "
+                          "remote_mep_id: 2}",
+                          "RemovedLocalMaintenanceEndpoint {md_name: \"d\" ma_name: \"a\" local_mep_id: 1}"));
+  EXPECT_THAT(west.ports.open, IsEmpty());
+  const std::size_t sent = west.ports.sent.at(2).size();
+  simulation.RunFor(10s);
+  EXPECT_EQ(west.ports.sent.at(2).size(), sent);
+}
+
+TEST_F(TwoElements, CountWhatTheyCouldNotSendApart) {
+  ConfigureAndMeet();
+  const auto before = Local(west);
+  west.ports.refuses_to_send = true;
+  simulation.RunFor(2s);
+  EXPECT_EQ(Local(west).ccm_tx_total(), before.ccm_tx_total());
+  EXPECT_EQ(Local(west).ccm_tx_current_seq(), before.ccm_tx_current_seq());
+  west.ports.refuses_to_send = false;
+  simulation.RunFor(2s);
+  EXPECT_EQ(Local(west).ccm_tx_total(), before.ccm_tx_total() + 2);
+  EXPECT_EQ(Local(east).ccm_rx_seq_errors(), 0U);
+}
+
+TEST_F(TwoElements, TakeBackTheCountOfAFrameThatTheKernelRefusedLater) {
+  ConfigureAndMeet();
+  const auto before = Local(west);
+  west.engine.NotSent(0, west.ports.sent.at(2).back().pdu);
+  EXPECT_EQ(Local(west).ccm_tx_total(), before.ccm_tx_total() - 1);
+  EXPECT_EQ(Local(west).ccm_tx_current_seq(), before.ccm_tx_current_seq() - 1);
+  west.engine.NotSent(99, {});  // of an end point that is gone
+}
+
+TEST_F(TwoElements, AnswerTheStatusOnceForAllWhoAskTogether) {
+  ConfigureAndMeet();
+  for (int client = 0; client < 10; ++client) {
+    west.engine.AnnounceStatus();
+    simulation.RunFor(5ms);
+  }
+  EXPECT_THAT(west.announcer.Take(), IsEmpty());
+  simulation.RunFor(1s);
+  EXPECT_THAT(west.announcer.Take(),
+              ElementsAre(StartsWith("StatusLocalMaintenanceEndpoint"), StartsWith("StatusRemoteMaintenanceEndpoint")));
+}
+
+TEST_F(TwoElements, ClearStatisticsWithinTheScopeOnly) {
+  ConfigureAndMeet();
+  const auto total = Local(west).ccm_tx_total();
+  for (const char* other : {"md_name: 'x'", "md_name: 'd' ma_name: 'x'", "md_name: 'd' local_mep_id: 2"}) {
+    west.engine.ClearStatistics(FromText<pb::OpStatsClear>(other));
+    EXPECT_EQ(Local(west).ccm_tx_total(), total) << other;
+  }
+  const auto sequence = Local(west).ccm_tx_current_seq();
+  west.engine.ClearStatistics(FromText<pb::OpStatsClear>("md_name: 'd' ma_name: 'a' local_mep_id: 1"));
+  EXPECT_EQ(Local(west).ccm_tx_total(), 0U);
+  EXPECT_EQ(Local(west).ccm_tx_current_seq(), sequence);
+  simulation.RunFor(1s);
+  west.engine.ClearStatistics({});
+  EXPECT_EQ(Local(west).ccm_tx_total(), 0U);
+}
+
+TEST_F(TwoElements, TellTheWholeStatistics) {
+  ConfigureAndMeet();
+  const pb::OpReplyAllStats statistics = west.engine.Statistics();
+  EXPECT_EQ(statistics.ShortDebugString(),
+            "local_stats { md_name: \"d\" ma_name: \"a\" ccm_rx_seq_errors: 0 local_mep_id: 1 ccm_tx_current_seq: 5 "
+            "ccm_tx_total: 5 } remote_stats { md_name: \"d\" ma_name: \"a\" local_mep_id: 1 remote_mep_id: 2 "
+            "last_ccm_seq: 5 }");
+}
+
+TEST_F(TwoElements, RunALoopback) {
+  ConfigureAndMeet();
+  const auto trigger = FromText<pb::OpLoopbackTriggerMsg>(
+      "md_name: 'd' ma_name: 'a' trigger_id: 7 mep_id: 1 target_mep_id: 2 lb_param_1: 2 lb_param_2: 100");
+  EXPECT_EQ(west.engine.Start(trigger), std::nullopt);
+  EXPECT_EQ(west.engine.Start(trigger), TestError::kTooManyTests);
+  simulation.RunFor(10s);
+  EXPECT_THAT(west.announcer.Take(),
+              ElementsAre("OpLoopbackStarted {target_mac: \"\\002\\000\\000\\000\\000\\003\" trigger_id: 7}",
+                          "OpLoopbackReplyRx {source_mac: \"\\002\\000\\000\\000\\000\\003\" trigger_id: 7 "
+                          "transaction_id: 1}",
+                          "OpLoopbackReplyRx {source_mac: \"\\002\\000\\000\\000\\000\\003\" trigger_id: 7 "
+                          "transaction_id: 2}",
+                          "OpLoopbackEnded {expected: 2 in_order: 2 out_of_order: 0 wrong_payload: 0 trigger_id: 7}"));
+}
+
+TEST_F(TwoElements, RunALinktrace) {
+  ConfigureAndMeet();
+  EXPECT_EQ(west.engine.Start(FromText<pb::OpLinktraceTriggerMsg>(
+                "key { md_name: 'd' ma_name: 'a' trigger_id: 7 mep_id: 1 target_mep_id: 2 } ttl: 9")),
+            std::nullopt);
+  simulation.RunFor(10s);
+  EXPECT_THAT(
+      west.announcer.Take(),
+      ElementsAre(
+          "OpLinktraceStarted {md_name: \"d\" ma_name: \"a\" target_mac: \"\\002\\000\\000\\000\\000\\003\" "
+          "mep_id: 1 transaction_id: 1 target_mep_id: 2 optional_value: 9}",
+          "OpLinktraceReplyRx {md_name: \"d\" ma_name: \"a\" reply { destination_mac: "
+          "\"\\002\\000\\000\\000\\000\\002\" source_mac: \"\\002\\000\\000\\000\\000\\003\" flags { terminal_mep: "
+          "true forwarded: false use_fdb_only: true } egress_id { last { mac: "
+          "\"\\002\\000\\000\\000\\000\\002\" unique_id: \"\\000\\000\" } next { mac: "
+          "\"\\000\\000\\000\\000\\000\\000\" unique_id: \"\\000\\000\" } } reply_ingress { mac: "
+          "\"\\002\\000\\000\\000\\000\\003\" port_id { value: \"west0\" present: true subtype: 5 } action: 1 } "
+          "transaction_id: 1 vlan: 0 priority: 0 level: 5 ttl: 8 relay_action: 1 } mep_id: 1}",
+          "OpLinktraceEnded {md_name: \"d\" ma_name: \"a\" mep_id: 1 transaction_id: 1}"));
+}
+
+TEST_F(TwoElements, RunADelayMeasurement) {
+  ConfigureAndMeet();
+  EXPECT_EQ(west.engine.Start(FromText<pb::OpDelayMeasurementTriggerMsg>(
+                "md_name: 'd' ma_name: 'a' trigger_id: 7 mep_id: 1 target_mep_id: 2 dm_param_1: 3 dm_param_2: 10 "
+                "dm_param_3: 64 dm_param_4: 6")),
+            std::nullopt);
+  simulation.RunFor(10s);
+  const auto events = west.announcer.Take();
+  ASSERT_THAT(events, SizeIs(5));
+  EXPECT_EQ(events.front(), "OpDelayMeasurementStarted {target_mac: \"\\002\\000\\000\\000\\000\\003\" trigger_id: 7}");
+  EXPECT_EQ(events[1], "OpDelayMeasurementReplyRx {source_mac: \"\\002\\000\\000\\000\\000\\003\" trigger_id: 7}");
+  EXPECT_EQ(events.back(),
+            "OpDelayMeasurementEnded {rx_count: 3 tx_count: 3 dm_result_1: 200 dm_result_2: 200 dm_result_3: 200 "
+            "dm_result_4: 0 dm_result_5: 0 dm_result_6: 0 dm_result_7: 64 trigger_id: 7}");
+}
+
+TEST_F(TwoElements, RefuseTestsWithTheirReasons) {
+  ConfigureAndMeet();
+  const auto loopback = [&](const std::string& more) {
+    return west.engine.Start(FromText<pb::OpLoopbackTriggerMsg>("md_name: 'd' trigger_id: 1 " + more));
+  };
+  EXPECT_EQ(loopback("ma_name: 'x' mep_id: 1 target_mep_id: 2"), TestError::kNoSuchMep);
+  EXPECT_EQ(loopback("ma_name: 'a' mep_id: 2 target_mep_id: 2"), TestError::kNoSuchMep);
+  EXPECT_EQ(loopback("ma_name: 'a' mep_id: 65537 target_mep_id: 2"), TestError::kNoSuchMep);
+  EXPECT_EQ(loopback("ma_name: 'a' mep_id: 1 target_mep_id: 3"), TestError::kTargetUnknown);
+  EXPECT_EQ(loopback("ma_name: 'a' mep_id: 1 target_mep_id: 65538"), TestError::kTargetUnknown);
+  EXPECT_EQ(loopback("ma_name: 'a' mep_id: 1 target_mep_id: 2 lb_param_1: 1025"), TestError::kBadParameter);
+  EXPECT_EQ(west.engine.Start(FromText<pb::OpLinktraceTriggerMsg>(
+                "key { md_name: 'd' ma_name: 'a' mep_id: 1 target_mep_id: 2 } ttl: 256")),
+            TestError::kBadParameter);
+  west.Do(Update(1, "admin_state: false"));
+  EXPECT_EQ(loopback("ma_name: 'a' mep_id: 1 target_mep_id: 2"), TestError::kMepNotOperational);
+}
+
+TEST_F(TwoElements, ReportTheRunsOfAProbeWhateverTheOrderOfItsRequests) {
+  west.Do(FromText<pb::OpCreateDelayMeasurementProbe>(
+      "md_name: 'd' ma_name: 'a' probe_id: 4 interval: 60 local_mep_id: 1 remote_mep_id: 2"));
+  west.Do(FromText<pb::OpCreateDelayMeasurementSession>(
+      "probe_id: 4 session_id: 9 interval: 100 count: 5 size: 32 pcp: 3"));
+  Configure();
+  simulation.RunFor(15s);
+  EXPECT_THAT(
+      west.announcer.Take(),
+      Contains(AllOf(StartsWith("OpDelayMeasurementSessionEnded {report_u32_1: 4 report_u32_2: 9 report_flag: 1 "
+                                "report_u32_3: 1 report_u32_4: 2 report_u32_5: 5 report_u32_6: 5 report_u32_7: 0 "
+                                "report_u32_8: 1 report_double_1: 200 report_double_2: 0 report_u32_9: 200 "
+                                "report_u32_10: 200 report_u32_11: 200 report_u32_12: 200 report_u32_13: 200 "
+                                "report_u32_14: 3153"),
+                     HasSubstr(" report_double_3: 0 report_double_4: 0}"))));
+}
+
+TEST_F(TwoElements, AbortTheRunOfAProbeThatIsDeletedOrMoved) {
+  ConfigureAndMeet();
+  const auto probe = [](int local) {
+    return FromText<pb::OpCreateDelayMeasurementProbe>(
+        "md_name: 'd' ma_name: 'a' probe_id: 4 interval: 60 remote_mep_id: 2 local_mep_id: " + std::to_string(local));
+  };
+  west.Do(probe(1));
+  west.Do(FromText<pb::OpCreateDelayMeasurementSession>(
+      "probe_id: 4 session_id: 9 interval: 1000 count: 100 size: 32 pcp: 3"));
+  simulation.RunFor(5s);
+  west.Do(FromText<pb::OpDeleteDelayMeasurementSession>("probe_id: 4 session_id: 9"));
+  EXPECT_THAT(west.announcer.Take(), ElementsAre(HasSubstr("report_flag: 0")));
+  west.Do(FromText<pb::OpCreateDelayMeasurementSession>(
+      "probe_id: 4 session_id: 10 interval: 1000 count: 100 size: 32 pcp: 3"));
+  simulation.RunFor(70s);
+  west.Do(probe(8));
+  EXPECT_THAT(west.announcer.Take(), ElementsAre(HasSubstr("report_flag: 0")));
+  west.Do(probe(1));
+  simulation.RunFor(70s);
+  west.Do(FromText<pb::OpDeleteDelayMeasurementProbe>("probe_id: 4"));
+  EXPECT_THAT(west.announcer.Take(), ElementsAre(HasSubstr("report_flag: 0")));
+}
+
+TEST_F(TwoElements, HandTheFaultActionToThePortAndUndoIt) {
+  Configure();
+  west.Do(Update(1, "action: 2 admin_state: true tx_ccm_enabled: true ccm_priority: 7 lowest_prio_defect_allowed: 1"));
+  simulation.RunFor(5s);
+  simulation.Cut(west, 2);
+  simulation.RunFor(10s);
+  EXPECT_THAT(west.ports.actions, ElementsAre("2 shutdown"));
+  simulation.Join(west, 2, east, 3);
+  simulation.RunFor(20s);
+  EXPECT_THAT(west.ports.actions, ElementsAre("2 shutdown", "2 none"));
+}
+
+TEST_F(TwoElements, KeepTheSeverestFaultActionOfAPort) {
+  Configure();
+  west.Do(FromText<pb::OpCreateMaintenanceAssociation>(
+      "md_name: 'd' ma_name: 'b' format: 2 ccm_interval: 4 mep_ids: [1, 2]"));
+  auto second = EndPointOf(1, 2, "primary_vid: 7 action: 1");
+  second.set_ma_name("b");
+  west.Do(second);
+  simulation.RunFor(10s);  // nobody is in the other association
+  EXPECT_THAT(west.ports.actions, ElementsAre("2 block"));
+  west.Do(Update(1, "action: 2"));
+  simulation.Cut(west, 2);
+  simulation.RunFor(10s);
+  EXPECT_THAT(west.ports.actions, ElementsAre("2 block", "2 shutdown"));
+  west.Do(FromText<pb::OpDeleteMaintenanceAssociation>("md_name: 'd' ma_name: 'a'"));
+  EXPECT_THAT(west.ports.actions, ElementsAre("2 block", "2 shutdown", "2 block"));
+}
+
+// ---- Ports ----
+
+TEST_F(TwoElements, WaitForAPortThatIsNotThereYet) {
+  for (Element* element : {&west, &east}) {
+    element->Do(Domain());
+    element->Do(Association());
+  }
+  east.Do(EndPointOf(2, 3));
+  west.Do(EndPointOf(1, 5));
+  EXPECT_THAT(west.announcer.Take(), Contains(HasSubstr("intf_status: 6")));
+  EXPECT_EQ(west.engine.Start(FromText<pb::OpLoopbackTriggerMsg>(
+                "md_name: 'd' ma_name: 'a' trigger_id: 1 mep_id: 1 target_mep_id: 2")),
+            TestError::kMepNotOperational);
+  simulation.RunFor(5s);
+  west.SetLink(5, "late0");
+  simulation.Join(west, 5, east, 3);
+  simulation.RunFor(5s);
+  EXPECT_EQ(StateAt(west), 4U);
+  EXPECT_EQ(StateAt(east), 4U);
+}
+
+TEST_F(TwoElements, FindAPortAgainByItsName) {
+  ConfigureAndMeet();
+  west.RemoveLink(2);
+  EXPECT_THAT(west.announcer.Take(), ElementsAre(HasSubstr("intf_status: 6")));
+  simulation.RunFor(5s);
+  EXPECT_EQ(StateAt(east), 3U);
+  west.SetLink(8, "another0");
+  EXPECT_THAT(west.ports.open, IsEmpty());
+  west.SetLink(9, "east0");
+  EXPECT_THAT(west.ports.open, ElementsAre(9));
+  simulation.Join(west, 9, east, 3);
+  simulation.RunFor(5s);
+  EXPECT_EQ(StateAt(west), 4U);
+  EXPECT_EQ(StateAt(east), 4U);
+  // An index that is used again for another port changes nothing.
+  west.SetLink(2, "stranger0");
+  EXPECT_THAT(west.ports.open, ElementsAre(9));
+}
+
+TEST_F(TwoElements, StayOnAPortThatIsRenamed) {
+  ConfigureAndMeet();
+  west.ports.links.at(2).name = "renamed0";
+  west.LinkChanged(2);
+  simulation.RunFor(5s);
+  EXPECT_THAT(east.announcer.Take(), IsEmpty());
+  west.RemoveLink(2);
+  west.SetLink(7, "renamed0");
+  EXPECT_THAT(west.ports.open, ElementsAre(7));
+}
+
+TEST_F(TwoElements, SendFromANewAddressAtOnce) {
+  ConfigureAndMeet();
+  west.ports.links.at(2).address[5] = 0x77;
+  west.LinkChanged(2);
+  simulation.RunFor(1s);
+  EXPECT_EQ(west.ports.sent.at(2).back().header.source[5], 0x77);
+}
+
+TEST_F(TwoElements, TellThePeerOfAPortThatGoesDown) {
+  ConfigureAndMeet();
+  west.ports.links.at(2).state.operstate = 2;
+  west.LinkChanged(2);
+  simulation.RunFor(1s);
+  EXPECT_THAT(east.announcer.Take(), Contains(HasSubstr("fsm_state: 4 port_state: 0 intf_status: 2")));
+}
+
+TEST_F(TwoElements, DoWithoutAPortThatIsNoEthernetInterface) {
+  west.ports.links[1] = {.index = 1, .name = "lo"};
+  west.LinkChanged(1);
+  west.Do(Domain());
+  west.Do(Association());
+  west.Do(EndPointOf(1, 1));
+  simulation.RunFor(1s);
+  EXPECT_THAT(west.ports.open, IsEmpty());
+  EXPECT_THAT(west.announcer.Take(), Contains(HasSubstr("intf_status: 6")));
+}
+
+TEST_F(TwoElements, DoWithoutAPortThatCannotBeOpened) {
+  west.ports.refuses_to_open = true;
+  Configure();
+  EXPECT_THAT(west.announcer.Take(), Contains(HasSubstr("intf_status: 6")));
+  west.ports.refuses_to_open = false;
+  west.LinkChanged(2);
+  simulation.RunFor(5s);
+  EXPECT_EQ(StateAt(west), 4U);
+}
+
+// ---- What cannot work ----
+
+class ARefusal : public TwoElements {
+ protected:
+  // Its one end point is not operational: says so, sends nothing, refuses tests.
+  void ExpectRefused() {
+    simulation.RunFor(5s);
+    EXPECT_THAT(west.announcer.Take(),
+                Contains(AllOf(StartsWith("StatusLocalMaintenanceEndpoint"), HasSubstr("intf_status: 6"))));
+    EXPECT_THAT(west.ports.sent, IsEmpty());
+    EXPECT_THAT(west.ports.open, IsEmpty());
+    const auto error = west.engine.Start(
+        FromText<pb::OpLoopbackTriggerMsg>("md_name: 'd' ma_name: 'a' trigger_id: 1 mep_id: 1 target_mep_id: 2"));
+    EXPECT_EQ(error, TestError::kMepNotOperational);
+  }
+};
+
+TEST_F(ARefusal, OfANameThatDoesNotFitItsFormat) {
+  west.Do(Domain());
+  west.Do(Association("format: 3"));  // a number
+  west.Do(EndPointOf(1, 2));
+  ExpectRefused();
+}
+
+TEST_F(ARefusal, OfALevelThatDoesNotExist) {
+  west.Do(Domain("level: 8"));
+  west.Do(Association());
+  west.Do(EndPointOf(1, 2));
+  ExpectRefused();
+}
+
+TEST_F(ARefusal, OfAVlanThatDoesNotExist) {
+  west.Do(Domain());
+  west.Do(Association());
+  west.Do(EndPointOf(1, 2, "primary_vid: 4095"));
+  ExpectRefused();
+}
+
+TEST_F(ARefusal, OfAnInnerVlanWithoutAnOuterOne) {
+  west.Do(Domain());
+  west.Do(Association());
+  west.Do(EndPointOf(1, 2, "inner_vid: 4"));
+  ExpectRefused();
+}
+
+TEST_F(ARefusal, EndsWhenTheConfigurationIsMended) {
+  west.Do(Domain("level: 8"));
+  west.Do(Association());
+  west.Do(EndPointOf(1, 2));
+  ExpectRefused();
+  west.Do(Domain());
+  east.Do(Domain());
+  east.Do(Association());
+  east.Do(EndPointOf(2, 3));
+  simulation.RunFor(5s);
+  EXPECT_EQ(StateAt(west), 4U);
+}
+
+TEST_F(ARefusal, OfAMepIdThatDoesNotExist) {
+  for (const int id : {0, 8192}) {
+    west.Do(Domain());
+    west.Do(FromText<pb::OpCreateMaintenanceAssociation>("md_name: 'd' ma_name: 'a' format: 2 ccm_interval: 4"));
+    west.Do(EndPointOf(id, 2));
+    simulation.RunFor(2s);
+    EXPECT_THAT(west.ports.open, IsEmpty()) << id;
+  }
+}
+
+TEST_F(ARefusal, OfTheLaterOfTwoAssociationsWithOneIdentifierUntilTheOtherGoes) {
+  Configure();
+  // The format makes them equal: both encode to the number 7.
+  for (Element* element : {&west, &east})
+    element->Do(FromText<pb::OpDeleteMaintenanceAssociation>("md_name: 'd' ma_name: 'a'"));
+  west.announcer.Take();
+  west.Do(FromText<pb::OpCreateMaintenanceAssociation>("md_name: 'd' ma_name: '7' format: 3 ccm_interval: 4"));
+  west.Do(FromText<pb::OpCreateMaintenanceAssociation>("md_name: 'd' ma_name: '07' format: 3 ccm_interval: 4"));
+  for (const auto& [name, id, vid] : {std::tuple("7", 1, 10), std::tuple("07", 2, 20)}) {
+    auto end_point = EndPointOf(id, 2, "primary_vid: " + std::to_string(vid));
+    end_point.set_ma_name(name);
+    west.Do(end_point);
+  }
+  simulation.RunFor(2s);
+  const auto vids = [&] {
+    std::set<int> seen;
+    for (const SentFrame& frame : std::exchange(west.ports.sent[2], {})) seen.insert(frame.header.outer->vid);
+    return seen;
+  };
+  vids();
+  simulation.RunFor(2s);
+  EXPECT_THAT(vids(), ElementsAre(10));
+  west.Do(FromText<pb::OpDeleteMaintenanceAssociation>("md_name: 'd' ma_name: '7'"));
+  simulation.RunFor(2s);
+  EXPECT_THAT(vids(), ElementsAre(20));
+}
+
+TEST_F(ARefusal, OfTheLaterOfTwoEndPointsInOnePlaceUntilTheOtherGoes) {
+  Configure();
+  west.Do(EndPointOf(2, 2));
+  simulation.RunFor(2s);
+  const auto ids = [&] {
+    std::set<int> seen;
+    for (const SentFrame& frame : std::exchange(west.ports.sent[2], {})) {
+      seen.insert(pdu::DecodeCcm(frame.pdu)->mep_id);
+    }
+    return seen;
+  };
+  ids();
+  simulation.RunFor(2s);
+  EXPECT_THAT(ids(), ElementsAre(1));
+  west.Do(FromText<pb::OpDeleteMaintenanceEndpoint>("md_name: 'd' ma_name: 'a' mep_id: 1"));
+  simulation.RunFor(2s);
+  EXPECT_THAT(ids(), ElementsAre(2));
+}
+
+// ---- Sender ID ----
+
+TEST_F(TwoElements, TellWhoTheyAreByTheLowestAddressOfTheirPorts) {
+  west.SetLink(1, "first0");
+  for (Element* element : {&west, &east}) {
+    element->Do(Domain("sender_id: 2"));
+    element->Do(Association("sender_id: 5"));
+  }
+  west.Do(EndPointOf(1, 2));
+  east.Do(EndPointOf(2, 3));
+  simulation.RunFor(5s);
+  EXPECT_THAT(east.announcer.Take(), Contains(HasSubstr("sender_id: \"02:00:00:00:00:01\"")));
+}
+
+TEST(AnElement, TellsTheNameThatItWasGiven) {
+  Simulation simulation;
+  protocol::SystemId system;
+  system.chassis_subtype = 7;
+  system.chassis_id = {'n', 'o', 'r', 't', 'h'};
+  Element& north = simulation.Add({.system = system});
+  Element& south = simulation.Add();
+  north.SetLink(2, "a0");
+  south.SetLink(3, "b0");
+  simulation.Join(north, 2, south, 3);
+  for (Element* element : {&north, &south}) {
+    element->Do(Domain());
+    element->Do(Association("sender_id: 4"));
+  }
+  north.Do(EndPointOf(1, 2));
+  south.Do(EndPointOf(2, 3));
+  simulation.RunFor(5s);
+  EXPECT_THAT(south.announcer.Take(), Contains(HasSubstr("sender_id: \"north\"")));
+}
+
+TEST(AnElement, AnnouncesTheStatusOfManyInPortions) {
+  Simulation simulation;
+  Element& element = simulation.Add();
+  element.SetLink(2, "a0");
+  element.Do(Domain());
+  element.Do(Association());
+  for (int id = 1; id <= 100; ++id)
+    element.Do(EndPointOf(id, 2, "tx_ccm_enabled: false primary_vid: " + std::to_string(id)));
+  simulation.RunFor(10s);
+  element.announcer.Take();
+  element.engine.AnnounceStatus();
+  simulation.RunFor(100ms);
+  const auto first = element.announcer.Take();
+  EXPECT_FALSE(first.empty());
+  element.engine.AnnounceStatus();  // asked again before the end: answered again from the beginning
+  simulation.RunFor(1s);
+  const auto rest = element.announcer.Take();
+  const auto is_local = [](const std::string& event) { return event.starts_with("StatusLocal"); };
+  EXPECT_LT(std::count_if(first.begin(), first.end(), is_local), 100);
+  EXPECT_EQ(std::count_if(rest.begin(), rest.end(), is_local), 100);
+}
+
+}  // namespace
+}  // namespace cfm::engine
