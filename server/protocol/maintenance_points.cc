@@ -15,21 +15,22 @@ class MaintenancePoints::Trace final : public TraceRelay {
   pdu::ReplyAction OwnAction() const override { return points_.ActionAt(arrival_.at, VlanOf(ethernet_)); }
 
   std::optional<TracePath> PathTo(const pdu::MacAddress& target, bool use_fdb_only) const override {
+    if (points_.Find(arrival_.at)->settings.bridge == 0) return std::nullopt;
     const Vlan vlan = VlanOf(ethernet_);
-    const PortIndex bridge = points_.Find(arrival_.at)->settings.bridge;
+    const Bridge& bridge = points_.BridgeOf(arrival_.at);
     TracePath path;
     const auto own = points_.PortsWithAddress(bridge, target);
     std::optional<PortIndex> exit;
     if (!own.empty()) {
       exit = own.front();
     } else {
-      exit = points_.forwarding_.Find(bridge, vlan, target);
+      exit = points_.forwarding_.Find(points_.Find(arrival_.at)->settings.bridge, vlan, target);
     }
     if (!exit && !use_fdb_only) {
       path.found_in = pdu::RelayAction::kMpdb;
-      exit = FindInDatabase(bridge, vlan, target);
+      exit = bridge.ccm_database.Find(vlan, target, now_);
     }
-    if (!exit || !points_.MembersOf(bridge).contains(*exit)) return std::nullopt;
+    if (!exit || !bridge.members.contains(*exit)) return std::nullopt;
     const bool behind = arrival_.from == Side::kWire ? *exit != arrival_.at : *exit == arrival_.at;
     if (!behind) return std::nullopt;
 
@@ -49,12 +50,6 @@ class MaintenancePoints::Trace final : public TraceRelay {
   void Forward(PortIndex port, const OutgoingFrame& ltm) override { points_.output_.SendOut(port, ltm, nullptr); }
 
  private:
-  std::optional<PortIndex> FindInDatabase(PortIndex bridge, const Vlan& vlan, const pdu::MacAddress& target) const {
-    const auto database = points_.databases_.find(bridge);
-    if (database == points_.databases_.end()) return std::nullopt;
-    return database->second.Find(vlan, target, now_);
-  }
-
   TracePath::Meets Meeting(const Port& port) const {
     const EndPoints::Encounter encounter = port.points.Meet(ethernet_, header_, Side::kRelay);
     if (encounter.mip != nullptr) return TracePath::Meets::kMip;
@@ -76,7 +71,7 @@ void MaintenancePoints::SetPort(PortIndex index, const ElementPort& port) {
   Port& known = ports_[index];
   const PortIndex old_bridge = std::exchange(known.settings, port).bridge;
   if (old_bridge != port.bridge) LeaveBridge(index, old_bridge);
-  if (port.bridge != 0) members_[port.bridge].insert(index);
+  if (port.bridge != 0) bridges_[port.bridge].members.insert(index);
   for (auto home = mips_.lower_bound({.port = index}); home != mips_.end() && home->first.port == index; ++home) {
     home->second->mip.SetPort(port.state);
   }
@@ -90,13 +85,12 @@ void MaintenancePoints::RemovePort(PortIndex index) {
 }
 
 void MaintenancePoints::LeaveBridge(PortIndex index, PortIndex bridge) {
-  const auto members = members_.find(bridge);
-  if (members == members_.end()) return;
-  members->second.erase(index);
-  databases_[bridge].Forget(index);
-  if (!members->second.empty()) return;
-  members_.erase(members);
-  databases_.erase(bridge);
+  const auto left = bridges_.find(bridge);
+  if (left == bridges_.end()) return;
+  left->second.members.erase(index);
+  left->second.ccm_database.Forget(index);
+  left->second.sources.Forget(index);
+  if (left->second.members.empty()) bridges_.erase(left);
 }
 
 void MaintenancePoints::Add(PortIndex port, Mep& mep, std::span<const std::uint16_t> vids) {
@@ -176,15 +170,15 @@ pdu::ReplyAction MaintenancePoints::ActionAt(PortIndex index, const Vlan& vlan) 
   return forwarding_.Carries(index, vlan) ? pdu::ReplyAction::kOk : pdu::ReplyAction::kVid;
 }
 
-const std::set<PortIndex>& MaintenancePoints::MembersOf(PortIndex bridge) const {
-  static const std::set<PortIndex> kNone;
-  const auto members = members_.find(bridge);
-  return members == members_.end() ? kNone : members->second;
+const MaintenancePoints::Bridge& MaintenancePoints::BridgeOf(PortIndex port) const {
+  static const Bridge kNone;
+  const auto bridge = bridges_.find(Find(port)->settings.bridge);
+  return bridge == bridges_.end() ? kNone : bridge->second;
 }
 
-std::vector<PortIndex> MaintenancePoints::PortsWithAddress(PortIndex bridge, const pdu::MacAddress& address) const {
+std::vector<PortIndex> MaintenancePoints::PortsWithAddress(const Bridge& bridge, const pdu::MacAddress& address) const {
   std::vector<PortIndex> ports;
-  for (const PortIndex member : MembersOf(bridge)) {
+  for (const PortIndex member : bridge.members) {
     if (Find(member)->settings.state.address == address) ports.push_back(member);
   }
   return ports;
@@ -192,7 +186,7 @@ std::vector<PortIndex> MaintenancePoints::PortsWithAddress(PortIndex bridge, con
 
 template <typename Visit>
 void MaintenancePoints::ForEachExit(PortIndex from, const pdu::EthernetHeader& header, Visit visit) const {
-  const PortIndex bridge = Find(from)->settings.bridge;
+  const Bridge& bridge = BridgeOf(from);
   const Vlan vlan = VlanOf(header);
   const auto offer = [&](PortIndex port, bool to_the_wire) {
     // A port that is down or blocked still has points that face the relay, and can tell about it.
@@ -203,12 +197,14 @@ void MaintenancePoints::ForEachExit(PortIndex from, const pdu::EthernetHeader& h
       for (const PortIndex port : own) offer(port, false);
       return;
     }
-    if (const auto known = forwarding_.Find(bridge, vlan, header.destination)) {
-      if (MembersOf(bridge).contains(*known)) offer(*known, true);
+    auto known = forwarding_.Find(Find(from)->settings.bridge, vlan, header.destination);
+    if (!known) known = bridge.sources.Find(vlan, header.destination, output_.ReadClocks().monotonic);
+    if (known) {
+      if (bridge.members.contains(*known)) offer(*known, true);
       return;
     }
   }
-  for (const PortIndex port : MembersOf(bridge)) offer(port, true);
+  for (const PortIndex port : bridge.members) offer(port, true);
 }
 
 // ---- Frames ----
@@ -219,9 +215,12 @@ void MaintenancePoints::Receive(PortIndex port, const ReceivedFrame& frame, Time
     ++malformed_;
     return;
   }
-  if (Find(port) == nullptr) return;
-  if (!Pass({.at = port, .from = Side::kWire, .origin = port}, frame, *header, now)) return;
-  if (!Forwards(port, VlanOf(frame.header))) return;
+  const Port* arrived = Find(port);
+  if (arrived == nullptr || !Pass({.at = port, .from = Side::kWire, .origin = port}, frame, *header, now)) return;
+  const Vlan vlan = VlanOf(frame.header);
+  const auto bridge = bridges_.find(arrived->settings.bridge);
+  if (bridge == bridges_.end() || !Forwards(port, vlan)) return;
+  if (!pdu::IsGroup(frame.header.source)) bridge->second.sources.Store(vlan, frame.header.source, port, now);
   ForEachExit(port, frame.header, [&](PortIndex exit, bool) {
     Pass({.at = exit, .from = Side::kRelay, .origin = port}, frame, *header, now);
   });
@@ -233,7 +232,8 @@ bool MaintenancePoints::Pass(const Arrival& arrival, const ReceivedFrame& frame,
   const EndPoints::Encounter encounter = port.points.Meet(frame.header, header, arrival.from);
   Trace trace(*this, arrival, frame.header, header, now);
   if (encounter.mip != nullptr) {
-    encounter.mip->Receive(frame, arrival.from, arrival.origin, databases_[port.settings.bridge], trace, now);
+    encounter.mip->Receive(frame, arrival.from, arrival.origin, bridges_[port.settings.bridge].ccm_database, trace,
+                           now);
     Arm(*mips_.at(encounter.mip->place()));
   }
   if (encounter.mep != nullptr && encounter.behind) {

@@ -2,6 +2,7 @@
 #ifndef CFM_SERVER_PROTOCOL_MAINTENANCE_POINTS_H
 #define CFM_SERVER_PROTOCOL_MAINTENANCE_POINTS_H
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -12,7 +13,6 @@
 #include <vector>
 
 #include "pdu/header.h"
-#include "protocol/ccm_database.h"
 #include "protocol/deadline_queue.h"
 #include "protocol/end_points.h"
 #include "protocol/frame.h"
@@ -20,6 +20,7 @@
 #include "protocol/linktrace_decision.h"
 #include "protocol/mep.h"
 #include "protocol/mip.h"
+#include "protocol/station_table.h"
 #include "protocol/time.h"
 #include "protocol/vlan.h"
 
@@ -65,6 +66,12 @@ struct MipSettings {
 /// there; end points may be added before.
 class MaintenancePoints {
  public:
+  /// Of what MIPs see in CCMs. It outlives the bridge's own table by far, so that a trace finds its way to a station
+  /// that has fallen silent (IEEE 802.1Q clause 19.4).
+  static constexpr Duration kCcmDatabaseLifetime = std::chrono::hours(24);
+  /// Of where frames came from, for answers that leave before the bridge's table tells; that of a bridge's own entries.
+  static constexpr Duration kSourceLifetime = std::chrono::minutes(5);
+
   MaintenancePoints(const Forwarding& forwarding, ElementOutput& output, Random random)
       : forwarding_(forwarding), output_(output), random_(std::move(random)) {}
   MaintenancePoints(const MaintenancePoints&) = delete;
@@ -80,7 +87,7 @@ class MaintenancePoints {
   /// Also before its VIDs change.
   void Remove(Mep& mep);
 
-  /// All MIPs that are to be. Those that were there before stay undisturbed.
+  /// All MIPs that are to be, on ports of bridges. Those that were there before stay undisturbed.
   void SetMips(std::span<const MipSettings> mips);
 
   /// A frame from the wire of a port. What passes the points there is looked at again at the ports where the bridge
@@ -108,6 +115,12 @@ class MaintenancePoints {
   std::uint64_t malformed() const { return malformed_; }
 
  private:
+  struct Bridge {
+    std::set<PortIndex> members;
+    StationTable ccm_database{kCcmDatabaseLifetime};
+    StationTable sources{kSourceLifetime};
+  };
+
   struct Port {
     ElementPort settings;
     EndPoints points;
@@ -142,8 +155,8 @@ class MaintenancePoints {
   const Port* Find(PortIndex index) const;
   bool Forwards(PortIndex index, const Vlan& vlan) const;
   pdu::ReplyAction ActionAt(PortIndex index, const Vlan& vlan) const;
-  const std::set<PortIndex>& MembersOf(PortIndex bridge) const;
-  std::vector<PortIndex> PortsWithAddress(PortIndex bridge, const pdu::MacAddress& address) const;
+  const Bridge& BridgeOf(PortIndex port) const;
+  std::vector<PortIndex> PortsWithAddress(const Bridge& bridge, const pdu::MacAddress& address) const;
 
   /// visit(port, goes_out) for each port to which a bridge sends a frame that enters it by `from`.
   template <typename Visit>
@@ -161,8 +174,7 @@ class MaintenancePoints {
   ElementOutput& output_;
   Random random_;
   std::unordered_map<PortIndex, Port> ports_;
-  std::unordered_map<PortIndex, std::set<PortIndex>> members_;  ///< by bridge
-  std::unordered_map<PortIndex, CcmDatabase> databases_;        ///< by bridge
+  std::unordered_map<PortIndex, Bridge> bridges_;
   std::unordered_map<const Mep*, PortIndex> homes_;
   std::map<MipPlace, std::unique_ptr<MipHome>> mips_;
   DeadlineQueue timers_;

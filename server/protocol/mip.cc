@@ -31,14 +31,14 @@ bool Mip::Stops(const pdu::EthernetHeader& ethernet, const pdu::Header& header) 
           ethernet.destination == pdu::ToAddress({.group_class = pdu::GroupClass::k2, .level = place_.level}));
 }
 
-void Mip::Receive(const ReceivedFrame& frame, Side from, PortIndex origin, CcmDatabase& database, TraceRelay& relay,
-                  TimePoint now) {
+void Mip::Receive(const ReceivedFrame& frame, Side from, PortIndex origin, StationTable& ccm_database,
+                  TraceRelay& relay, TimePoint now) {
   const auto header = pdu::DecodeHeader(frame.pdu);
   if (!header || header->level != place_.level || pdu::IsGroup(frame.header.source)) return;
   if (header->opcode == pdu::Opcode::kCcm) {
     const auto group = pdu::ToAddress({.group_class = pdu::GroupClass::k1, .level = place_.level});
     if (frame.header.destination == group && pdu::DecodeCcm(frame.pdu)) {
-      database.Store(place_.vlan, frame.header.source, origin, now);
+      ccm_database.Store(place_.vlan, frame.header.source, origin, now);
     }
     return;
   }

@@ -8,11 +8,11 @@
 #include <optional>
 
 #include "pdu/header.h"
-#include "protocol/ccm_database.h"
 #include "protocol/frame.h"
 #include "protocol/linktrace_responder.h"
 #include "protocol/loopback_responder.h"
 #include "protocol/mep_settings.h"
+#include "protocol/station_table.h"
 #include "protocol/time.h"
 #include "protocol/transmitter.h"
 #include "protocol/vlan.h"
@@ -44,8 +44,9 @@ class Mip {
   /// Whether a frame on its VLAN goes no further than here: an LTM of its level, and an LBM to its own address.
   bool Stops(const pdu::EthernetHeader& ethernet, const pdu::Header& header) const;
 
-  /// A frame on its VLAN from this side. `origin` is the port by which it entered the bridge.
-  void Receive(const ReceivedFrame& frame, Side from, PortIndex origin, CcmDatabase& database, TraceRelay& relay,
+  /// A frame on its VLAN from this side. `origin` is the port by which it entered the bridge. Where CCMs of its level
+  /// come from goes into the MIP CCM database.
+  void Receive(const ReceivedFrame& frame, Side from, PortIndex origin, StationTable& ccm_database, TraceRelay& relay,
                TimePoint now);
 
   void Advance(TimePoint now);

@@ -29,6 +29,45 @@ Ltm FullLtm() {
   return ltm;
 }
 
+TEST(ALinktraceMessage, GoesOnWithOneHopLessInTheNameOfWhomItGoesThrough) {
+  Buffer octets(1500);
+  octets.resize(EncodeLtm(FullLtm(), octets));
+  // Reserved flags are kept, and so is an organisation's TLV; the version is ours, and what lies beyond the fixed
+  // fields before the first TLV is not known here.
+  octets[0] |= 3U;
+  octets[2] |= 0x11U;
+  octets[3] += 2;
+  octets.insert(octets.begin() + 21, {0xaa, 0xbb});
+  const Buffer organisation = {31, 0, 4, 0x00, 0x80, 0xc2, 1};
+  octets.insert(octets.end() - 1, organisation.begin(), organisation.end());
+
+  Buffer forwarded(1500);
+  forwarded.resize(MakeForwardedLtm(octets, {.unique_id = 5, .address = kThird}, ChassisOnly(kThird), forwarded));
+  Ltm expected = FullLtm();
+  expected.ttl = 63;
+  expected.egress_identifier = EgressIdentifier{.unique_id = 5, .address = kThird};
+  expected.sender_id = ChassisOnly(kThird);
+  Buffer expected_octets(1500);
+  expected_octets.resize(EncodeLtm(expected, expected_octets));
+  expected_octets[2] |= 0x11U;
+  expected_octets.insert(expected_octets.end() - 1, organisation.begin(), organisation.end());
+  EXPECT_EQ(forwarded, expected_octets);
+}
+
+TEST(ALinktraceMessage, GoesOnWithoutASenderIdWhenNoneIsToBeTold) {
+  Buffer octets(1500);
+  octets.resize(EncodeLtm(FullLtm(), octets));
+  Buffer forwarded(1500);
+  forwarded.resize(MakeForwardedLtm(octets, {.unique_id = 0, .address = kThird}, std::nullopt, forwarded));
+  const auto decoded = DecodeLtm(forwarded);
+  ASSERT_TRUE(decoded);
+  EXPECT_FALSE(decoded->sender_id);
+  for (std::size_t size = 0; size < forwarded.size(); ++size) {
+    Buffer small(size);
+    EXPECT_EQ(MakeForwardedLtm(octets, {.unique_id = 0, .address = kThird}, std::nullopt, small), 0U) << size;
+  }
+}
+
 class AnLtr : public testing::Test {
  protected:
   AnLtr() {

@@ -1,8 +1,8 @@
-#include "protocol/ccm_database.h"
+#include "protocol/station_table.h"
 
 namespace cfm::protocol {
 
-void CcmDatabase::Store(const Vlan& vlan, const pdu::MacAddress& address, PortIndex port, TimePoint now) {
+void StationTable::Store(const Vlan& vlan, const pdu::MacAddress& address, PortIndex port, TimePoint now) {
   const Key key{vlan, address};
   if (const auto known = by_key_.find(key); known != by_key_.end()) {
     known->second->port = port;
@@ -18,13 +18,13 @@ void CcmDatabase::Store(const Vlan& vlan, const pdu::MacAddress& address, PortIn
   by_key_.emplace(key, entries_.begin());
 }
 
-std::optional<PortIndex> CcmDatabase::Find(const Vlan& vlan, const pdu::MacAddress& address, TimePoint now) const {
+std::optional<PortIndex> StationTable::Find(const Vlan& vlan, const pdu::MacAddress& address, TimePoint now) const {
   const auto known = by_key_.find({vlan, address});
-  if (known == by_key_.end() || now - known->second->seen > kLifetime) return std::nullopt;
+  if (known == by_key_.end() || now - known->second->seen > lifetime_) return std::nullopt;
   return known->second->port;
 }
 
-void CcmDatabase::Forget(PortIndex port) {
+void StationTable::Forget(PortIndex port) {
   for (auto entry = entries_.begin(); entry != entries_.end();) {
     if (entry->port != port) {
       ++entry;

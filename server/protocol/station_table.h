@@ -1,10 +1,7 @@
-// Where the stations are that CCMs came from: what a bridge's maintenance points (MIPs) have seen. It outlives the
-// bridge's own table by far, so that a trace finds its way to a station that has fallen silent (IEEE 802.1Q clause
-// 19.4).
-#ifndef CFM_SERVER_PROTOCOL_CCM_DATABASE_H
-#define CFM_SERVER_PROTOCOL_CCM_DATABASE_H
+// By which port of a bridge stations have been seen.
+#ifndef CFM_SERVER_PROTOCOL_STATION_TABLE_H
+#define CFM_SERVER_PROTOCOL_STATION_TABLE_H
 
-#include <chrono>
 #include <cstddef>
 #include <list>
 #include <map>
@@ -18,11 +15,13 @@
 
 namespace cfm::protocol {
 
-class CcmDatabase {
+/// Entries count until they have not been seen for a lifetime.
+class StationTable {
  public:
-  static constexpr Duration kLifetime = std::chrono::hours(24);
   /// One more drops the one that was seen longest ago.
   static constexpr std::size_t kMostEntries = 4096;
+
+  explicit StationTable(Duration lifetime) : lifetime_(lifetime) {}
 
   void Store(const Vlan& vlan, const pdu::MacAddress& address, PortIndex port, TimePoint now);
   std::optional<PortIndex> Find(const Vlan& vlan, const pdu::MacAddress& address, TimePoint now) const;
@@ -39,6 +38,7 @@ class CcmDatabase {
     TimePoint seen;
   };
 
+  Duration lifetime_;
   std::list<Entry> entries_;  ///< the one that was seen last in front
   std::map<Key, std::list<Entry>::iterator> by_key_;
 };
