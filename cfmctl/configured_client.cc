@@ -1,51 +1,27 @@
 #include "configured_client.h"
 
-#include "difference.h"
 #include "failure.h"
 
 namespace cfmctl {
 
 ConfiguredClient::ConfiguredClient(const std::string& config_file, const ServerOptions& options)
     : configuration_(ParseFile(config_file, ReadFile(config_file))),
-      wanted_(ForClient(configuration_.model, configuration_.ports)),
       session_(options),
-      client_(session_.link().token()) {
-  HandOver(wanted_);
+      client_(session_.link().token()),
+      handover_(client_, ForClient(configuration_.model, configuration_.ports)) {
   session_.link().on_lost = [this] {
-    // Lost between the two steps: the client still wants the first.
-    if (step_) HandOver(wanted_);
-    step_.reset();
-    in_step_ = false;
-    replied_ = false;
+    handover_.Lost();
     ++losses_;
     if (on_lost) on_lost();
   };
-  session_.link().on_cache = [this](const Model& before) {
-    step_ = StepBefore(before, wanted_);
-    if (step_) HandOver(*step_);
-    replied_ = true;
-  };
-}
-
-void ConfiguredClient::HandOver(const Model& model) {
-  client_.UpdateConfig(model.hierarchy);
-  client_.UpdateConfigProbe(model.probes);
-}
-
-// Outside of the middleware's callbacks: the client has acted on the cache reply.
-void ConfiguredClient::Settle() {
-  if (!replied_) return;
-  replied_ = false;
-  if (step_) HandOver(wanted_);
-  step_.reset();
-  in_step_ = true;
+  session_.link().on_cache = [this](const Model& before) { handover_.Replied(before); };
 }
 
 void ConfiguredClient::Synchronise() {
   session_.WaitForServer();
   // Beside the time-out a millisecond for each object: a large configuration takes its time.
   const auto patience = options().timeout + std::chrono::milliseconds(SizeOf(model()).total());
-  if (!Wait([this] { return in_step_; }, patience)) {
+  if (!Wait([this] { return handover_.in_step(); }, patience)) {
     throw Failure(kFailed, "the server is there but does not answer; a longer --timeout may help");
   }
 }
@@ -53,7 +29,7 @@ void ConfiguredClient::Synchronise() {
 bool ConfiguredClient::Wait(const std::function<bool()>& done, std::optional<std::chrono::milliseconds> patience) {
   return session_.Wait(
       [this, &done] {
-        Settle();
+        handover_.Settle();
         return done();
       },
       patience);

@@ -10,6 +10,7 @@
 
 #include "cfm/client.h"
 #include "config_file.h"
+#include "handover.h"
 #include "session.h"
 
 namespace cfmctl {
@@ -42,16 +43,10 @@ class ConfiguredClient {
   bool WaitWithServer(const std::function<bool()>& done, std::chrono::milliseconds patience);
 
  private:
-  void HandOver(const Model& model);
-  void Settle();
-
   Configuration configuration_;
-  Model wanted_;  ///< what the configuration is to the client
   Session session_;
   cfm::Client client_;
-  std::optional<Model> step_;  ///< handed over before `wanted_`, when something has to go before it comes back
-  bool replied_ = false;       ///< the client has just acted on a cache reply
-  bool in_step_ = false;
+  Handover handover_;
   int losses_ = 0;  ///< how often a server was lost
 };
 

@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <string>
 
 namespace cfmctl {
 
@@ -11,14 +12,10 @@ namespace cfmctl {
 using Json = nlohmann::ordered_json;
 
 /// ASCII alone, so that no text in it can drive a terminal. What is not UTF-8 becomes U+FFFD.
-inline std::string Dump(const Json& json) {
-  return json.dump(-1, ' ', true, Json::error_handler_t::replace);
-}
+std::string Dump(const Json& json);
 
 /// One line, at once visible to who reads.
-inline void WriteLine(const Json& json, std::ostream& out) {
-  out << Dump(json) << std::endl;
-}
+void WriteLine(const Json& json, std::ostream& out);
 
 }  // namespace cfmctl
 

@@ -39,6 +39,30 @@ std::vector<std::string> HostPorts::Names() const {
   return names;
 }
 
+std::set<std::string> MovedPorts(const Model& model, const Ports& before, const Ports& now) {
+  std::set<std::string> moved;
+  for (const auto& [md_name, md] : model.hierarchy.mds) {
+    for (const auto& [ma_name, ma] : md.mas) {
+      for (const auto& [mep_id, mep] : ma.meps) {
+        const std::string name = before.NameOf(mep.cfg.port);
+        const std::uint32_t index = now.IndexOf(name);
+        if (index == 0) return {};
+        if (index != mep.cfg.port) moved.insert(name);
+      }
+    }
+  }
+  return moved;
+}
+
+Model Without(const std::set<std::string>& names, Model model, const Ports& ports) {
+  for (auto& [md_name, md] : model.hierarchy.mds) {
+    for (auto& [ma_name, ma] : md.mas) {
+      std::erase_if(ma.meps, [&](const auto& mep) { return names.contains(ports.NameOf(mep.second.cfg.port)); });
+    }
+  }
+  return model;
+}
+
 Model ForClient(Model model, const Ports& ports) {
   std::map<std::uint32_t, std::uint32_t> logical_ids;
   for (auto& [md_name, md] : model.hierarchy.mds) {

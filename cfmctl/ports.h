@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,12 @@ class HostPorts : public Ports {
   std::map<std::string, std::uint32_t> index_by_name_;
   std::map<std::uint32_t, std::string> name_by_index_;
 };
+
+/// The names of the model's ports that have another index now; none while not all of its ports are there.
+std::set<std::string> MovedPorts(const Model& model, const Ports& before, const Ports& now);
+
+/// The model without the end points on these ports.
+Model Without(const std::set<std::string>& names, Model model, const Ports& ports);
 
 /// As the client library wants it: the end points' ports are logical ids. Throws Failure when a port has none.
 Model ForClient(Model model, const Ports& ports);

@@ -13,6 +13,7 @@
 #include "config_file.h"
 #include "difference.h"
 #include "failure.h"
+#include "handover.h"
 #include "render.h"
 #include "session.h"
 #include "terminal.h"
@@ -43,25 +44,17 @@ std::optional<Outcome> Attempt(Session& session, const Configuration& configurat
   const HostPorts& ports = configuration.ports;
   ServerLink& link = session.link();
   std::optional<Difference> changes;
-  std::optional<Model> step;
   std::unique_ptr<CacheProgress> progress;
   bool lost = false;
 
-  const Model wanted = ForClient(desired, ports);
   {
-    // The client has its whole configuration before the token is dispatched: it never meets a server with less.
     cfm::Client client(link.token());
-    client.UpdateConfig(wanted.hierarchy);
-    client.UpdateConfigProbe(wanted.probes);
+    Handover handover(client, ForClient(desired, ports));
 
     link.on_lost = [&lost] { lost = true; };
     link.on_cache = [&](const Model& before) {
       changes = Compare(before, desired, ports);
-      step = StepBefore(before, wanted);
-      if (step) {
-        client.UpdateConfig(step->hierarchy);
-        client.UpdateConfigProbe(step->probes);
-      }
+      handover.Replied(before);
       if (SizeOf(desired).total() >= kManyObjects) {
         progress = std::make_unique<CacheProgress>(session.options().socket_directory, desired);
       }
@@ -73,10 +66,7 @@ std::optional<Outcome> Attempt(Session& session, const Configuration& configurat
     link.on_lost = nullptr;
     if (!in_time) throw Failure(kFailed, "the server is there but does not answer");
     if (lost) return std::nullopt;
-    if (step) {
-      client.UpdateConfig(wanted.hierarchy);
-      client.UpdateConfigProbe(wanted.probes);
-    }
+    handover.Settle();
   }
   // Without the client, the next reply is read and not acted on; it comes after everything that the client sent.
   const auto after = session.ReadCache(TimeFor(desired));

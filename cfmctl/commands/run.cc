@@ -9,6 +9,7 @@
 #include <ctime>
 #include <iostream>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,6 +20,8 @@
 #include "difference.h"
 #include "failure.h"
 #include "file_watch.h"
+#include "handover.h"
+#include "link_watch.h"
 #include "render.h"
 #include "server_link.h"
 #include "text.h"
@@ -33,12 +36,13 @@ class Runner {
   explicit Runner(const GlobalOptions& options)
       : options_(options),
         configuration_(Load()),
-        wanted_(ForClient(configuration_.model, configuration_.ports)),
         signals_(loop_, {SIGINT, SIGTERM, SIGHUP}, [this](int signal) { Signalled(signal); }),
         watch_(loop_, options_.config_file, [this] { FileTouched(); }),
         link_(loop_, options_.server.socket_directory),
         reader_(loop_, options_.server.socket_directory),
-        client_(link_.token()) {
+        links_(loop_, [this] { ports_touched_ = true; }),
+        client_(link_.token()),
+        handover_(client_, ForClient(configuration_.model, configuration_.ports)) {
     link_.on_found = [this] { Say("server found"); };
     link_.on_lost = [this] { Lost(); };
     link_.on_cache = [this](const Model& before) { Synchronising(before); };
@@ -47,13 +51,15 @@ class Runner {
   }
 
   int Run() {
-    HandOver(wanted_);
     Say(fmt::format("waiting for the server in {}", Escape(SocketDirectory(options_.server.socket_directory))));
     while (!ended_) {
-      loop_.RunUntil([this] { return ended_ || reload_ || synchronised_ || read_back_.has_value(); }, NextLook());
+      loop_.RunUntil(
+          [this] { return ended_ || reload_ || ports_touched_ || handover_.replied() || read_back_.has_value(); },
+          NextLook());
       // Outside of the middleware's callbacks, so that what fails may throw and the client may be called at leisure.
-      if (synchronised_) Synchronised();
+      if (handover_.Settle()) Confirm();
       if (reload_) Reload();
+      if (ports_touched_) FollowPorts();
       if (read_back_) Judge();
       LookAgain();
     }
@@ -66,11 +72,6 @@ class Runner {
 
   static void Say(const std::string& what) {
     std::cout << fmt::format("{:%Y-%m-%dT%H:%M:%S%z} ", fmt::localtime(std::time(nullptr))) << what << std::endl;
-  }
-
-  void HandOver(const Model& model) {
-    client_.UpdateConfig(model.hierarchy);
-    client_.UpdateConfigProbe(model.probes);
   }
 
   void Signalled(int signal) {
@@ -86,11 +87,7 @@ class Runner {
 
   void Lost() {
     Say("server lost; waiting for it to come back");
-    // Lost between the two steps of a changed name format: the client still wants the first.
-    if (step_) HandOver(wanted_);
-    step_.reset();
-    in_step_ = false;
-    synchronised_ = false;
+    handover_.Lost();
     unconfirmed_.clear();
     deadline_.reset();
   }
@@ -98,24 +95,13 @@ class Runner {
   // The reply is here, and the client acts on it when this returns.
   void Synchronising(const Model& before) {
     const Difference changes = Compare(before, configuration_.model, configuration_.ports);
-    step_ = StepBefore(before, wanted_);
-    if (step_) HandOver(*step_);
+    handover_.Replied(before);
     if (changes.empty()) {
       unconfirmed_.emplace_back("in step, nothing to change");
     } else {
       const bool restored = was_in_step_ && SizeOf(before).total() == 0;
       unconfirmed_.push_back(fmt::format("{}: {}", restored ? "restored" : "applied", CountsText(changes)));
     }
-    synchronised_ = true;
-  }
-
-  // The client has sent the difference.
-  void Synchronised() {
-    synchronised_ = false;
-    in_step_ = true;
-    if (step_) HandOver(wanted_);
-    step_.reset();
-    Confirm();
   }
 
   void Reload() {
@@ -131,27 +117,38 @@ class Runner {
       refused_ = text;
       Configuration next = ParseFile(options_.config_file, std::move(text));
       refused_.clear();
-      Replace(std::move(next));
+      Replace(std::move(next), "file read");
     } catch (const Failure& failure) {
       std::cerr << "cfmctl: " << failure.what() << std::endl;
       Say("file not applied; the configuration before it stays");
     }
   }
 
-  void Replace(Configuration next) {
+  /// The server knows a port by its index, and one that was deleted and made again has another.
+  void FollowPorts() {
+    ports_touched_ = false;
+    const std::set<std::string> moved = MovedPorts(configuration_.model, configuration_.ports, HostPorts());
+    if (moved.empty()) return;
+    try {
+      Configuration next = ParseFile(options_.config_file, configuration_.text);
+      // Where the logical id stayed, nothing changed for the client, and no update carries a port.
+      handover_.Replace(ForClient(Without(moved, next.model, next.ports), next.ports));
+      Replace(std::move(next), "new index of " + Escape(fmt::format("{}", fmt::join(moved, ", "))));
+    } catch (const Failure& failure) {
+      // When a port has gone meanwhile, the table has changed again, and there is another call.
+      std::cerr << "cfmctl: " << failure.what() << std::endl;
+    }
+  }
+
+  void Replace(Configuration next, const std::string& why) {
     const Difference changes = Compare(configuration_.model, next.model, next.ports);
-    Model wanted = ForClient(next.model, next.ports);
-    const std::optional<Model> step = StepBefore(wanted_, wanted);
+    handover_.Replace(ForClient(next.model, next.ports));
     configuration_ = std::move(next);
-    wanted_ = std::move(wanted);
-    if (!in_step_) {
-      HandOver(wanted_);
-      Say("file read; it is applied when the server is there");
+    if (!handover_.in_step()) {
+      Say(why + "; it is applied when the server is there");
       return;
     }
-    if (step) HandOver(*step);
-    HandOver(wanted_);
-    unconfirmed_.push_back(changes.empty() ? "file read, nothing to change" : "applied: " + CountsText(changes));
+    unconfirmed_.push_back(why + (changes.empty() ? ", nothing to change" : "; applied: " + CountsText(changes)));
     Confirm();
   }
 
@@ -209,16 +206,13 @@ class Runner {
 
   const GlobalOptions options_;
   Configuration configuration_;
-  Model wanted_;         ///< what the configuration is to the client
   std::string refused_;  ///< the text that was last found wrong, so that it is reported once
 
   bool ended_ = false;
   bool reload_ = false;
-  bool forced_ = false;        ///< reload even what did not change
-  bool synchronised_ = false;  ///< the client has just acted on a cache reply
-  bool in_step_ = false;       ///< the client sends at once what it is given
-  bool was_in_step_ = false;   ///< the server has held the configuration since this started
-  std::optional<Model> step_;
+  bool forced_ = false;  ///< reload even what did not change
+  bool ports_touched_ = true;
+  bool was_in_step_ = false;  ///< the server has held the configuration since this started
 
   std::vector<std::string> unconfirmed_;       ///< to be said when the server's cache is as it should be
   std::optional<Clock::time_point> deadline_;  ///< while the cache is to be confirmed
@@ -233,7 +227,9 @@ class Runner {
   FileWatch watch_;
   ServerLink link_;
   ServerLink reader_;  ///< a token of its own, because the client acts on every cache reply of the other
+  LinkWatch links_;
   cfm::Client client_;
+  Handover handover_;
 };
 
 }  // namespace

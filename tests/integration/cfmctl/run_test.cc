@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 
 #include "element.h"
@@ -28,6 +29,13 @@ class Running : public Element {
     File(Replaced(Content(file_), what, with), "new.yaml");
     std::filesystem::rename(Path("new.yaml"), file_);
   }
+
+  static void Ip(const std::string& arguments) {
+    ASSERT_EQ(std::system(("ip link " + arguments).c_str()), 0);  // NOLINT(cert-env33-c): fixed commands
+  }
+  /// A port that comes back has another index.
+  static void MakePort(const std::string& port) { Ip("add name " + port + " type veth peer name far-" + port); }
+  static void DeletePort(const std::string& port) { Ip("del " + port); }
 
   static void ExpectCleanEnd(Process run, int signal) {
     run.Signal(signal);
@@ -143,6 +151,60 @@ TEST_F(Running, AppliesWhatChangedWhileTheServerWasAway) {
   Expect(run, "server lost");
   Edit("{port: uni3, enabled: false}", "{port: uni3}");
   Expect(run, "file read; it is applied when the server is there");
+  StartServer();
+  Expect(run, "restored: created 34");
+  ExpectInStep();
+}
+
+TEST_F(Running, FollowsAPortThatIsDeletedAndMadeAgain) {
+  StartServer();
+  Process run = StartRun();
+  Expect(run, "applied: created 34");
+  for (int i = 0; i < 3; ++i) {
+    DeletePort("uni3");
+    MakePort("uni3");
+    Expect(run, "new index of uni3; applied: created 0, updated 0, replaced 1, deleted 0");
+    ExpectInStep();
+  }
+}
+
+TEST_F(Running, FollowsAPortWhoseLogicalIdStays) {
+  Process::Environment environment = Environment();
+  environment["LIMID_MAP"] = File("103 uni3\n", "ports");
+  StartServer();
+  Process run({CFMCTL, "--config", file_, "run"}, environment);
+  Expect(run, "applied: created 34");
+  DeletePort("uni3");
+  MakePort("uni3");
+  Expect(run, "new index of uni3; applied: created 0, updated 0, replaced 1, deleted 0");
+  ExpectInStep();
+}
+
+TEST_F(Running, FollowsPortsOnceAllOfThemAreThere) {
+  StartServer();
+  Process run = StartRun();
+  Expect(run, "applied: created 34");
+  DeletePort("uni1");
+  DeletePort("uni3");
+  MakePort("uni1");
+  run.Signal(SIGHUP);
+  const auto next = run.ReadLine();
+  ASSERT_TRUE(next);
+  EXPECT_THAT(*next, HasSubstr("file not applied; the configuration before it stays"));
+  MakePort("uni3");
+  Expect(run, "new index of uni1, uni3; applied: created 0, updated 0, replaced");
+  ExpectInStep();
+}
+
+TEST_F(Running, FollowsAPortWhileTheServerIsAway) {
+  StartServer();
+  Process run = StartRun();
+  Expect(run, "applied: created 34");
+  KillServer();
+  Expect(run, "server lost");
+  DeletePort("uni3");
+  MakePort("uni3");
+  Expect(run, "new index of uni3; it is applied when the server is there");
   StartServer();
   Expect(run, "restored: created 34");
   ExpectInStep();
