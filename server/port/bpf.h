@@ -26,7 +26,7 @@ enum class HookMark : std::uint32_t { kFilter = 0x63666d01, kFilterOfDormantPort
 std::optional<HookMark> MarkOf(std::span<const sock_filter> program);
 
 struct HookPolicy {
-  bool cfm_only = false;                           ///< drops everything that is not CFM
+  bool cfm_only = false;                             ///< drops everything that is not CFM
   std::span<const protocol::LevelFilter> filters{};  ///< the last one of a VLAN counts
   HookMark mark = HookMark::kFilter;
 };
