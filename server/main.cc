@@ -210,6 +210,7 @@ int Serve(const Options& options) {
     element.ports.Poll();
     element.ports.Flush();
   });
+  element.ports.Poll();  // what this element calls itself comes from its ports
   zlog_info(log, "serves in %s", DirectoryOf(options).c_str());
   loop.Run();
   return status;

@@ -310,7 +310,13 @@ Engine::Port& Engine::PortOf(port::Index configured) {
 }
 
 void Engine::LinkChanged(const port::Link& link) {
-  if (link.is_ethernet) addresses_.insert_or_assign(link.index, link.address);
+  if (link.is_ethernet) {
+    const bool was_nameless = !system_ && addresses_.empty();
+    addresses_.insert_or_assign(link.index, link.address);
+    if (was_nameless) {
+      for (const auto& [md_name, domain] : cache_.domains()) ApplyDomain(md_name);
+    }
+  }
   for (auto& [configured, port] : configured_ports_) {
     const bool is_it = port.link != 0      ? port.link == link.index
                        : port.name.empty() ? configured == link.index

@@ -619,6 +619,23 @@ TEST_F(TwoElements, TellWhoTheyAreByTheLowestAddressOfTheirPorts) {
   EXPECT_THAT(east.announcer.Take(), Contains(HasSubstr("sender_id: \"02:00:00:00:00:01\"")));
 }
 
+TEST(AnElement, TellsItsAddressFromTheFirstPortOn) {
+  Simulation simulation;
+  Element& north = simulation.Add();
+  Element& south = simulation.Add();
+  for (Element* element : {&north, &south}) {
+    element->Do(Domain());
+    element->Do(Association("sender_id: 4"));
+  }
+  north.Do(EndPointOf(1, 2));
+  south.Do(EndPointOf(2, 3));
+  north.SetLink(2, "a0");
+  south.SetLink(3, "b0");
+  simulation.Join(north, 2, south, 3);
+  simulation.RunFor(5s);
+  EXPECT_THAT(south.announcer.Take(), Contains(HasSubstr("sender_id: \"02:00:00:00:00:02\"")));
+}
+
 TEST(AnElement, TellsTheNameThatItWasGiven) {
   Simulation simulation;
   protocol::SystemId system;
