@@ -1,15 +1,18 @@
 // The port layer on real interfaces.
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <linux/if.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
+#include <linux/if_tun.h>
 #include <linux/pkt_cls.h>
 #include <linux/pkt_sched.h>
 #include <linux/rtnetlink.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -481,6 +484,29 @@ TEST_F(ThePort, FollowsItsBridge) {
   ASSERT_TRUE(
       WaitForLink([](const Link& link) { return link.bridge == 0 && link.port_status == pdu::PortStatus::kNone; }));
   EXPECT_THAT(told_.removed, IsEmpty());
+}
+
+TEST_F(ThePort, TellsOfFramesThatItsEndKeptFromLeaving) {
+  ASSERT_TRUE(Send(1, FromNear()));
+  near_link_.Delete();
+  ASSERT_TRUE(WaitUntil([this] { return !told_.not_sent.empty(); }));
+  EXPECT_EQ(told_.not_sent[0].pdu, NumberedPdu(1));
+}
+
+TEST_F(ThePorts, AreUpWhenTheyWorkAndTheirDriverDoesNotSay) {
+  const int tap = open("/dev/net/tun", O_RDWR | O_CLOEXEC);
+  ifreq request{};
+  std::string("tap").copy(request.ifr_name, sizeof request.ifr_name - 1);
+  request.ifr_flags = IFF_TAP | IFF_NO_PI;
+  if (tap < 0 || ioctl(tap, TUNSETIFF, &request) != 0) GTEST_SKIP() << "no tap devices here";
+  Ip(home_, "link set dev tap up");
+  EXPECT_TRUE(WaitUntil([this] {
+    const Link* link = ports_.FindByName("tap");
+    return link != nullptr && link->state.lower_up && link->is_ethernet;
+  }));
+  EXPECT_EQ(ports_.FindByName("tap")->state.operstate, IF_OPER_UNKNOWN);
+  EXPECT_EQ(ToInterfaceStatus(ports_.FindByName("tap")->state), pdu::InterfaceStatus::kUp);
+  close(tap);
 }
 
 TEST_F(ThePort, IsGoneWithItsInterfaceAndAnotherOneWhenThatComesBack) {
@@ -989,7 +1015,7 @@ TEST_P(AServerThatIsKilled, LeavesNothingThatTheNextOneDoesNotUndo) {
   EXPECT_EQ(Operstate(), IF_OPER_UP);
   EXPECT_EQ(next.Find(near())->state.operstate, IF_OPER_UP);
   EXPECT_EQ(next.Find(near())->port_status, pdu::PortStatus::kUp);
-  EXPECT_THAT(log_.Lines(), ElementsAre("WARN port near: undid what an earlier server had left there"));
+  EXPECT_THAT(log_.Lines(), ElementsAre("WARN port near: undoes what an earlier server has left there"));
 }
 
 TEST_P(AServerThatIsKilled, LeavesOneProgramOnlyWhenTheNextOneFiltersToo) {

@@ -1,12 +1,15 @@
 #include "element.h"
 
+#include <gtest/gtest.h>
 #include <poll.h>
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 #include <system_error>
 #include <variant>
 
+#include "pdu/loopback.h"
 #include "pdu/maid.h"
 
 namespace cfm_test {
@@ -50,6 +53,48 @@ cfm::pdu::Ccm CcmOf(const EndPoint& end_point, std::uint16_t mep_id) {
   return ccm;
 }
 
+std::vector<std::uint8_t> PduOf(const cfm::pdu::Ccm& ccm) {
+  std::vector<std::uint8_t> pdu(cfm::pdu::kLongestCcm);
+  pdu.resize(cfm::pdu::EncodeCcm(ccm, pdu));
+  return pdu;
+}
+
+cfm::pdu::EthernetHeader GroupHeader(const EndPoint& end_point, const cfm::pdu::MacAddress& source,
+                                     cfm::pdu::GroupClass group_class) {
+  return StationHeader(end_point, source, cfm::pdu::ToAddress({group_class, end_point.level}));
+}
+
+cfm::pdu::EthernetHeader StationHeader(const EndPoint& end_point, const cfm::pdu::MacAddress& source,
+                                       const cfm::pdu::MacAddress& destination) {
+  cfm::pdu::EthernetHeader header{destination, source, {}, {}};
+  if (end_point.vid != 0) header.outer = cfm::pdu::Tag{end_point.priority, false, end_point.vid};
+  if (end_point.inner_vid != 0) header.inner = cfm::pdu::Tag{end_point.priority, false, end_point.inner_vid};
+  return header;
+}
+
+std::vector<Frame> Drain(Wire& wire, const EndPoint& end_point, const cfm::pdu::MacAddress& address) {
+  static std::uint32_t number = 0x44520000;
+  std::array<std::uint8_t, 64> buffer;
+  const std::uint32_t transaction_id = ++number;
+  const auto size = cfm::pdu::EncodeLbm(
+      {.level = end_point.level, .transaction_id = transaction_id, .sender_id = {}, .data = {}}, buffer);
+  std::vector<Frame> others;
+  const auto is_answer = [&](const Frame& frame) {
+    const auto lbr = cfm::pdu::DecodeLbr(frame.pdu());
+    if (lbr && lbr->transaction_id == transaction_id) return true;
+    others.push_back(frame);
+    return false;
+  };
+  // The server may be out of patience with loopback messages, so one may not be enough.
+  const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+  do {
+    wire.Send(StationHeader(end_point, wire.address(), address), cfm::pdu::Octets(buffer).first(size));
+    if (wire.Next(is_answer, std::chrono::seconds(1))) return others;
+  } while (std::chrono::steady_clock::now() < deadline);
+  ADD_FAILURE() << "no answer to a loopback message";
+  return others;
+}
+
 Element::Element() {
   const std::string directory = directory_.path();
   const vorbus_options_t options{nullptr, directory.c_str(), 0};
@@ -63,8 +108,13 @@ Element::Element() {
   client_->RegisterDelayMeasurementHandler(&handler_);
   // After the client's own, so that both are called when it has done its part.
   vorbus_proc_subscribe(
-      token_, CFM_MGR_PROCESS, [](vorbus_t* /*token*/, const vorbus_pid_t* /*pid*/, void* /*user*/) {},
-      [](vorbus_t* /*token*/, void* user) { static_cast<Element*>(user)->synchronised_ = false; }, this);
+      token_, CFM_MGR_PROCESS,
+      [](vorbus_t* /*token*/, const vorbus_pid_t* pid, void* user) { static_cast<Element*>(user)->server_pid_ = *pid; },
+      [](vorbus_t* /*token*/, void* user) {
+        static_cast<Element*>(user)->server_pid_ = 0;
+        static_cast<Element*>(user)->synchronised_ = false;
+      },
+      this);
   vorbus_sig_register_sized(
       token_, CFM_MGR_S2C_SIG_CACHE_REPLY,
       [](vorbus_t* /*token*/, void* user, const vorbus_pid_t* /*sender*/, void* /*data*/, size_t /*size*/) {
@@ -123,11 +173,12 @@ bool Element::WaitForRemote(const RemoteKey& key, std::uint32_t state) {
   });
 }
 
-bool Element::WaitForLocal(const LocalKey& key, const std::function<bool(const cfm::st_local_mep_status&)>& condition) {
-  return WaitFor([&] {
-    const auto* status = events_.Local(key);
-    return status != nullptr && condition(*status);
-  });
+bool Element::WaitForLocal(const LocalKey& key, const std::string& text) {
+  return WaitFor([&] { return events_.LocalText(key).ends_with(" " + text); });
+}
+
+bool Element::Request(const vorbus_sig_t* signal, const std::string& payload) {
+  return vorbus_sig_send(token_, &server_pid_, signal, payload.data(), payload.size()) == 0;
 }
 
 }  // namespace cfm_test

@@ -14,10 +14,16 @@
 #include "events.h"
 #include "namespace.h"
 #include "pdu/ccm.h"
+#include "pdu/ethernet.h"
 #include "process.h"
 #include "vorbus/vorbus.h"
+#include "wire.h"
 
 namespace cfm_test {
+
+/// IEEE 802.1Q clause 20.20.
+inline constexpr std::uint32_t kRemoteFailed = 3;
+inline constexpr std::uint32_t kRemoteOk = 4;
 
 /// An end point with what it needs around it. What is not said is what most tests want: two MEPs of one association, 1
 /// on the element and 2 somewhere else, that see a loss within half a second.
@@ -50,8 +56,19 @@ struct EndPoint {
 void Add(cfm::hierarchy& hierarchy, const EndPoint& end_point);
 cfm::hierarchy HierarchyOf(const std::vector<EndPoint>& end_points);
 
-/// The CCM that another MEP of the association would send.
+/// The CCM that another MEP of the association would send, with sequence number 0.
 cfm::pdu::Ccm CcmOf(const EndPoint& end_point, std::uint16_t mep_id);
+std::vector<std::uint8_t> PduOf(const cfm::pdu::Ccm& ccm);
+
+/// Of frames to the group of the end point's level, or to one station, with its tags and priority.
+cfm::pdu::EthernetHeader GroupHeader(const EndPoint& end_point, const cfm::pdu::MacAddress& source,
+                                     cfm::pdu::GroupClass group_class = cfm::pdu::GroupClass::k1);
+cfm::pdu::EthernetHeader StationHeader(const EndPoint& end_point, const cfm::pdu::MacAddress& source,
+                                       const cfm::pdu::MacAddress& destination);
+
+/// Sends a loopback message to the end point and waits for its answer: the frames before have been dealt with then.
+/// What came meanwhile, beside the answer, is returned.
+std::vector<Frame> Drain(Wire& wire, const EndPoint& end_point, const cfm::pdu::MacAddress& address);
 
 class Element {
  public:
@@ -79,9 +96,12 @@ class Element {
   bool WaitFor(const std::function<bool()>& condition, std::chrono::milliseconds timeout = kDeadline);
   /// Waits until the server has dealt with all that it was told, and hands out the counters that it has then.
   std::optional<Statistics> Settle(std::chrono::milliseconds timeout = kDeadline);
-  /// Waits for a status: of a remote MEP by state (4 ok, 3 failed), of the end point by any condition.
   bool WaitForRemote(const RemoteKey& key, std::uint32_t state);
-  bool WaitForLocal(const LocalKey& key, const std::function<bool(const cfm::st_local_mep_status&)>& condition);
+  /// Waits until the last status of the end point is that text, without the address that it begins with.
+  bool WaitForLocal(const LocalKey& key, const std::string& text);
+
+  /// Sends a request as the client library would, and waits for nothing.
+  bool Request(const vorbus_sig_t* signal, const std::string& payload);
 
  private:
   TempDir directory_;
@@ -92,6 +112,7 @@ class Element {
   EventHandler handler_{events_};
   LinktraceEventHandler linktrace_handler_{events_};
   std::optional<cfm::Client> client_;
+  vorbus_pid_t server_pid_ = 0;  // 0: there is none
   bool synchronised_ = false;
 };
 

@@ -113,7 +113,12 @@ void LinktraceEventHandler::OnLinktraceEnded(const std::string& md_name, const s
 
 void LinktraceEventHandler::OnLinktraceReply(const std::string& md_name, const std::string& ma_name,
                                              std::uint16_t mep_id, const cfm::LinktraceReplyEntry& reply) {
-  events_.linktrace.push_back(Words("reply", md_name, ma_name, mep_id, cfm::LinktraceReplyEntry::Show(reply, 0)));
+  std::string ports;
+  for (const auto* port : {reply.reply_ingress.get(), reply.reply_egress.get()}) {
+    if (port != nullptr) ports += " '" + port->port_id + "'";
+  }
+  events_.linktrace.push_back(Words("reply", md_name, ma_name, mep_id, cfm::LinktraceReplyEntry::Show(reply, 0)) +
+                              ports);
 }
 
 void LinktraceEventHandler::OnLinktraceTriggerError(const cfm::linktrace_trigger& trigger) {

@@ -20,7 +20,10 @@ struct LocalKey {
   std::string ma;
   std::uint16_t mep_id = 0;
 
-  auto operator<=>(const LocalKey&) const = default;
+  bool operator==(const LocalKey&) const = default;
+  bool operator<(const LocalKey& other) const {
+    return std::tie(md, ma, mep_id) < std::tie(other.md, other.ma, other.mep_id);
+  }
 };
 
 /// A remote MEP as one end point sees it.
@@ -28,7 +31,8 @@ struct RemoteKey {
   LocalKey local;
   std::uint16_t mep_id = 0;
 
-  auto operator<=>(const RemoteKey&) const = default;
+  bool operator==(const RemoteKey&) const = default;
+  bool operator<(const RemoteKey& other) const { return std::tie(local, mep_id) < std::tie(other.local, other.mep_id); }
 };
 
 struct LocalEvent {
@@ -77,8 +81,8 @@ struct Events {
   /// "started TRIGGER MAC", "reply TRIGGER TRANSACTION MAC", "ended TRIGGER EXPECTED IN-ORDER OUT-OF-ORDER WRONG",
   /// "error TRIGGER CODE MD MA MEP TARGET".
   std::vector<std::string> loopback;
-  /// "started MD MA MEP TRANSACTION MAC TARGET TTL", "reply MD MA MEP " and LinktraceReplyEntry::Show, "ended MD MA MEP
-  /// TRANSACTION", "error TRIGGER MD MA MEP TARGET TTL".
+  /// "started MD MA MEP TRANSACTION MAC TARGET TTL", "reply MD MA MEP " with LinktraceReplyEntry::Show and the port
+  /// ids, "ended MD MA MEP TRANSACTION", "error TRIGGER MD MA MEP TARGET TTL".
   std::vector<std::string> linktrace;
   /// "started TRIGGER MAC", "reply TRIGGER MAC", "ended TRIGGER", "error TRIGGER CODE MD MA MEP TARGET".
   std::vector<std::string> delay;

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -27,13 +28,6 @@ void RunBatch(const char* program, const Namespace& network, std::string_view co
   }
 }
 
-std::string ToText(const cfm::pdu::MacAddress& address) {
-  char text[18];
-  std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", address[0], address[1], address[2], address[3],
-                address[4], address[5]);
-  return text;
-}
-
 std::optional<ifreq> Ask(const Namespace& network, const std::string& port, unsigned long question) {
   const Inside inside(network);
   const int any = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -45,6 +39,13 @@ std::optional<ifreq> Ask(const Namespace& network, const std::string& port, unsi
 }
 
 }  // namespace
+
+std::string ToText(const cfm::pdu::MacAddress& address) {
+  char text[18];
+  std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", address[0], address[1], address[2], address[3],
+                address[4], address[5]);
+  return text;
+}
 
 void Ip(const Namespace& network, std::string_view commands) {
   RunBatch(IP_PROGRAM, network, commands);
@@ -67,11 +68,14 @@ cfm::pdu::MacAddress Link::address() const {
   return address;
 }
 
+bool Link::running() const {
+  const auto answer = Ask(*network_, name_, SIOCGIFFLAGS);
+  return answer && (answer->ifr_flags & IFF_RUNNING) != 0;
+}
+
 void Link::AwaitRunning() const {
   const auto deadline = std::chrono::steady_clock::now() + kDeadline;
-  for (;;) {
-    const auto answer = Ask(*network_, name_, SIOCGIFFLAGS);
-    if (answer && (answer->ifr_flags & IFF_RUNNING) != 0) return;
+  while (!running()) {
     if (std::chrono::steady_clock::now() > deadline) throw std::runtime_error(name_ + " does not come up");
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
@@ -100,7 +104,11 @@ void Link::Set(std::string_view what) const {
 
 std::pair<Link, Link> Connect(const Namespace& a, const std::string& name_a, const Namespace& b,
                               const std::string& name_b) {
-  Ip(a, "link add name " + name_a + " up type veth peer name " + name_b + " netns " + b.path());
+  // Ends of the same index in different namespaces look like one port to the kernel, which is then in no hurry to take
+  // note of the carrier.
+  static std::atomic<unsigned int> last_index{100};
+  Ip(a, "link add name " + name_a + " index " + std::to_string(++last_index) + " up type veth peer name " + name_b +
+            " index " + std::to_string(++last_index) + " netns " + b.path());
   std::pair<Link, Link> ends{Link(a, name_a), Link(b, name_b)};
   ends.second.Up();
   ends.first.AwaitRunning();

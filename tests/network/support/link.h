@@ -11,6 +11,9 @@
 
 namespace cfm_test {
 
+/// Six hexadecimal pairs with colons between.
+std::string ToText(const cfm::pdu::MacAddress& address);
+
 /// Runs `ip` in that namespace, with a command in each line. Throws what it complains of.
 void Ip(const Namespace& network, std::string_view commands);
 /// Runs `bridge`, likewise.
@@ -29,7 +32,9 @@ class Link {
 
   void Up() const { Set("up"); }
   void Down() const { Set("down"); }
-  /// Waits until it is up and has a carrier: the kernel takes note of that a while later.
+  /// Up, with a carrier, and not held dormant.
+  bool running() const;
+  /// The kernel takes note of a carrier a while later.
   void AwaitRunning() const;
   void SetAddress(const cfm::pdu::MacAddress& address) const;
   void SetMtu(unsigned int octets) const { Set("mtu " + std::to_string(octets)); }

@@ -25,6 +25,7 @@ int RunAgainInside(int argc, char** argv) {
                                     std::filesystem::read_symlink("/proc/self/exe").string()};
   words.insert(words.end(), argv + 1, argv + argc);
   std::vector<char*> command;
+  command.reserve(words.size() + 1);
   for (std::string& word : words) command.push_back(word.data());
   command.push_back(nullptr);
   execvp(command[0], command.data());
