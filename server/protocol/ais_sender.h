@@ -8,7 +8,6 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "pdu/ais.h"
@@ -41,7 +40,7 @@ class AisSender {
     std::uint64_t failed = 0;
   };
 
-  explicit AisSender(Transmitter transmitter) : transmitter_(std::move(transmitter)) {}
+  explicit AisSender(const Transmitter& transmitter) : transmitter_(transmitter) {}
 
   /// The settings must have passed CheckAis().
   void Start(const AisSettings& settings, TimePoint now);

@@ -2,7 +2,6 @@
 #ifndef CFM_SERVER_PROTOCOL_CONFIGURATION_ERRORS_H
 #define CFM_SERVER_PROTOCOL_CONFIGURATION_ERRORS_H
 
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -44,7 +43,7 @@ struct Finding {
   PortIndex port = 0;
   std::string text;
 
-  auto operator<=>(const Finding&) const = default;
+  bool operator==(const Finding&) const = default;
 };
 
 /// Each once, in the order of their ports within each kind.

@@ -35,6 +35,15 @@ void EndPoints::Remove(Mip& mip) {
   if (vlan->second.empty()) by_vlan_.erase(vlan);
 }
 
+bool EndPoints::FaceRelay() const {
+  const auto sends_ais = [](const auto& entry) { return entry.second->settings().ais.has_value(); };
+  return std::any_of(by_vlan_.begin(), by_vlan_.end(), [&](const auto& entry) {
+    const Points& points = entry.second;
+    return points.mip != nullptr || !points.up.empty() ||
+           std::any_of(points.down.begin(), points.down.end(), sends_ais);
+  });
+}
+
 Mep* EndPoints::Stopping(const MepsByLevel& meps, std::uint8_t level) {
   const auto stops = [](const auto& entry) { return entry.second->settings().enabled; };
   const auto found = std::find_if(meps.lower_bound(level), meps.end(), stops);

@@ -54,6 +54,8 @@ class EndPoints {
   std::vector<LevelFilter> Filters() const;
 
   bool empty() const { return by_vlan_.empty(); }
+  /// Whether one of them sends towards the relay, or takes frames from there.
+  bool FaceRelay() const;
   std::uint64_t malformed() const { return malformed_; }
 
  private:

@@ -137,6 +137,15 @@ std::vector<LevelFilter> MaintenancePoints::Filters(PortIndex port) const {
   return known->points.Filters();
 }
 
+bool MaintenancePoints::IsNeeded(PortIndex port) const {
+  const Port* known = Find(port);
+  if (known == nullptr) return false;
+  if (!known->points.empty()) return true;
+  const std::set<PortIndex>& members = BridgeOf(port).members;
+  return std::any_of(members.begin(), members.end(),
+                     [this](PortIndex member) { return Find(member)->points.FaceRelay(); });
+}
+
 const Mip* MaintenancePoints::FindMip(const MipPlace& place) const {
   const auto home = mips_.find(place);
   return home == mips_.end() ? nullptr : &home->second->mip;

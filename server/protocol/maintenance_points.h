@@ -107,6 +107,10 @@ class MaintenancePoints {
   /// with whether they are enabled.
   std::vector<LevelFilter> Filters(PortIndex port) const;
 
+  /// Whether the wire of the port has to be listened on and sent to: there are points, or ones on another port of its
+  /// bridge that send towards the relay or take frames from there. Changes as Filters() does.
+  bool IsNeeded(PortIndex port) const;
+
   std::size_t mip_count() const { return mips_.size(); }
   /// Null when there is none.
   const Mip* FindMip(const MipPlace& place) const;

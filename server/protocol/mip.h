@@ -3,9 +3,9 @@
 #ifndef CFM_SERVER_PROTOCOL_MIP_H
 #define CFM_SERVER_PROTOCOL_MIP_H
 
-#include <compare>
 #include <cstdint>
 #include <optional>
+#include <tuple>
 
 #include "pdu/header.h"
 #include "protocol/frame.h"
@@ -25,7 +25,10 @@ struct MipPlace {
   Vlan vlan{};
   std::uint8_t level = 0;
 
-  auto operator<=>(const MipPlace&) const = default;
+  bool operator==(const MipPlace&) const = default;
+  bool operator<(const MipPlace& other) const {
+    return std::tie(port, vlan, level) < std::tie(other.port, other.vlan, other.level);
+  }
 };
 
 class Mip {

@@ -2,10 +2,10 @@
 #ifndef CFM_SERVER_PROTOCOL_VLAN_H
 #define CFM_SERVER_PROTOCOL_VLAN_H
 
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <tuple>
 
 #include "pdu/ethernet.h"
 
@@ -16,7 +16,8 @@ struct Vlan {
   std::uint16_t vid = 0;
   std::uint16_t inner_vid = 0;
 
-  auto operator<=>(const Vlan&) const = default;
+  bool operator==(const Vlan&) const = default;
+  bool operator<(const Vlan& other) const { return std::tie(vid, inner_vid) < std::tie(other.vid, other.inner_vid); }
 };
 
 inline Vlan VlanOf(const pdu::EthernetHeader& header) {

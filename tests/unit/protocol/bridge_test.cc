@@ -202,6 +202,35 @@ TEST_F(ABridge, AsksTheKernelToDropWhatItsPointsStop) {
   EXPECT_THAT(element_.points.Filters(1), IsEmpty()) << "nothing is forwarded there";
 }
 
+TEST_F(ABridge, NeedsThePortsWithPointsAndThoseThatTheseReachThroughTheBridge) {
+  const auto needed = [this] {
+    std::vector<PortIndex> ports;
+    for (PortIndex port = 1; port <= 4; ++port) {
+      if (element_.points.IsNeeded(port)) ports.push_back(port);
+    }
+    return ports;
+  };
+  EXPECT_THAT(needed(), IsEmpty());
+  auto& down = element_.AddMep(1, 5, 1, Direction::kDown, Silent());
+  EXPECT_THAT(needed(), ElementsAre(1U));
+  MepSettings with_ais = Silent();
+  with_ais.ais = AisSettings{.client_level = 6};
+  element_.Update(down, with_ais);
+  EXPECT_THAT(needed(), ElementsAre(1U, 2U, 3U));
+  element_.points.Remove(*down.mep);
+  EXPECT_THAT(needed(), IsEmpty());
+  auto& up = element_.AddMep(1, 5, 1, Direction::kUp, Silent());
+  EXPECT_THAT(needed(), ElementsAre(1U, 2U, 3U));
+  element_.points.Remove(*up.mep);
+  element_.points.SetMips(
+      std::vector<MipSettings>{{.place = {.port = 2, .vlan = {}, .level = 5}, .sender_id = std::nullopt}});
+  EXPECT_THAT(needed(), ElementsAre(1U, 2U, 3U));
+  ElementPort outside = element_.PortSettings(3);
+  outside.bridge = 0;
+  element_.Change(3, outside);
+  EXPECT_THAT(needed(), ElementsAre(1U, 2U));
+}
+
 TEST_F(ABridge, AnswersAndStopsUnicastOfAnEndPointsLevelByItsAddressOnly) {
   Mep& up = *element_.AddMep(1, 5, 1, Direction::kUp, Silent()).mep;
   auto frames = Arrive(2, From(Behind(2), element_.AddressOf(1)), LbmOctets(5));
