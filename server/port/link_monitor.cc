@@ -14,6 +14,7 @@ namespace cfm::port {
 namespace {
 
 constexpr int kMostNoticesPerRead = 64;
+constexpr int kMostOutdated = 1 << 16;
 constexpr int kMostDumps = 8;
 
 pdu::PortStatus ToPortStatus(Octets bridge_port) {
@@ -103,7 +104,7 @@ void LinkMonitor::Read() {
     auto octets = notices_.ReceiveNotice();
     if (!octets) {
       // What is left is older than what is about to be read, and its successor may be among what was lost.
-      while (!octets || !octets->empty()) octets = notices_.ReceiveNotice();
+      for (int k = 0; k < kMostOutdated && (!octets || !octets->empty()); ++k) octets = notices_.ReceiveNotice();
       ReadAll();
       return;
     }

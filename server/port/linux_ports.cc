@@ -58,14 +58,15 @@ void LinuxPorts::Poll() {
   std::array<epoll_event, kPortsPerPoll> events;
   const int count = epoll_wait(epoll_.get(), events.data(), events.size(), 0);
   for (int i = 0; i < count; ++i) {
-    const std::uint64_t what = events[static_cast<std::size_t>(i)].data.u64;
+    const epoll_event& event = events[static_cast<std::size_t>(i)];
+    const std::uint64_t what = event.data.u64;
     if (what == kWake) {
       eventfd_t ignored = 0;
       eventfd_read(wake_.get(), &ignored);
     } else if (what == kLinks) {
       links_.Read();
     } else if (const auto found = ports_.find(static_cast<Index>(what)); found != ports_.end()) {
-      Serve(found->first, *found->second);
+      Serve(found->first, *found->second, (event.events & EPOLLERR) != 0);
     }
   }
   TellEvents();
@@ -83,12 +84,12 @@ void LinuxPorts::TellEvents() {
   }
 }
 
-void LinuxPorts::Serve(Index index, Port& port) {
+void LinuxPorts::Serve(Index index, Port& port, bool may_have_stamps) {
   const std::size_t count = batch_.Fill(port.socket.fd());
   for (std::size_t i = 0; i < count && port.is_open; ++i) {
     if (const auto frame = batch_.Read(i, port.counters)) listener_.Received(index, *frame);
   }
-  for (std::size_t i = 0; i < kMostStampsPerServe && port.is_open; ++i) {
+  for (std::size_t i = 0; may_have_stamps && i < kMostStampsPerServe && port.is_open; ++i) {
     const auto stamped = port.socket.NextStamped();
     if (!stamped) break;
     listener_.Stamped(stamped->owner, stamped->stamp_id, stamped->stamps);
@@ -117,10 +118,9 @@ bool LinuxPorts::Open(Index index) {
   try {
     auto port = std::make_unique<Port>(index, options_.buffers, requests_);
     Watch(epoll_.get(), port->socket.fd(), index);
-    if (port->control.Recover()) {
-      zlog_warn(log_, "port %s: undid what an earlier server had left there", link->name.c_str());
-      links_.Refresh(index);
-      Wake();
+    if (port->control.TakeOver()) {
+      zlog_warn(log_, "port %s: undoes what an earlier server has left there", link->name.c_str());
+      Release(index, *port);
     }
     ports_.emplace(index, std::move(port));
     return true;
@@ -133,7 +133,6 @@ bool LinuxPorts::Open(Index index) {
 void LinuxPorts::Close(Index index) {
   const auto found = ports_.find(index);
   if (found == ports_.end()) return;
-  FlushPort(*found->second);
   Release(index, *found->second);
   Retire(index);
 }
@@ -142,6 +141,7 @@ void LinuxPorts::Retire(Index index) {
   const auto found = ports_.find(index);
   if (found == ports_.end()) return;
   Port& port = *found->second;
+  FlushPort(port);
   port.is_open = false;
   std::erase(unflushed_, &port);
   epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, port.socket.fd(), nullptr);

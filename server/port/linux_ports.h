@@ -38,7 +38,8 @@ class LinuxPorts final : public Ports {
   /// Can be read while there is something for Poll() to do.
   int fd() const { return epoll_.get(); }
 
-  /// Serves what is there, a bounded part of it: a flood keeps nobody from what else is due.
+  /// Serves what is there, a bounded part of it: a flood keeps nobody from what else is due. Throws std::system_error
+  /// when the system no longer tells of its links.
   void Poll();
 
   /// Hands to the kernel what was sent since.
@@ -67,7 +68,7 @@ class LinuxPorts final : public Ports {
   };
 
   void TellEvents();
-  void Serve(Index index, Port& port);
+  void Serve(Index index, Port& port, bool may_have_stamps);
   void FlushPort(Port& port);
   void Retire(Index index);
   void Release(Index index, Port& port);

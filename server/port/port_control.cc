@@ -15,19 +15,15 @@ constexpr std::array<Hook, 2> kHooks = {Hook::kIngress, Hook::kEgress};
 
 }  // namespace
 
-bool PortControl::Recover() {
-  bool was_dormant = false;
+bool PortControl::TakeOver() {
   for (const Hook hook : kHooks) {
     const auto present = hooks_.Look(hook);
     if (!present.own) continue;
     has_filters_ = true;
     owns_hooks_ = true;
-    was_dormant |= present.own == HookMark::kFilterOfDormantPort;
+    holds_dormant_ |= present.own == HookMark::kFilterOfDormantPort;
   }
-  if (!has_filters_) return false;
-  if (was_dormant) SetDormant(false);
-  Release();
-  return true;
+  return has_filters_;
 }
 
 std::optional<Refusal> PortControl::SetFaultAction(protocol::FaultAction action, std::uint8_t link_mode) {
@@ -49,7 +45,10 @@ std::optional<Refusal> PortControl::SetFaultAction(protocol::FaultAction action,
 std::optional<Refusal> PortControl::SetLevelFilter(std::vector<protocol::LevelFilter> filters) {
   std::swap(filters_, filters);
   const auto refusal = Filter();
-  if (refusal) filters_ = std::move(filters);
+  if (refusal) {
+    filters_ = std::move(filters);
+    Filter();  // one hook may have the new ones
+  }
   return refusal;
 }
 

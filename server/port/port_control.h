@@ -25,8 +25,8 @@ class PortControl {
  public:
   PortControl(NetlinkSocket& netlink, Index index) : netlink_(netlink), hooks_(netlink, index), index_(index) {}
 
-  /// Undoes what a predecessor left that was killed. True when there was something.
-  bool Recover();
+  /// Whether a predecessor that was killed has left something. If so it is this one's now, for Release() to undo.
+  bool TakeOver();
 
   /// `link_mode` is IF_LINK_MODE_... of the port. One that somebody else has made dormant is left so.
   std::optional<Refusal> SetFaultAction(protocol::FaultAction action, std::uint8_t link_mode);

@@ -305,9 +305,9 @@ TEST_P(OnEitherPort, WhatLeavesByThePortIsNotHeard) {
 TEST_P(OnEitherPort, FramesComeWithTheSystemsStampAndNotWithACards) {
   // The kernel begins to stamp frames a moment after it is asked to.
   ASSERT_TRUE(WaitUntil([this] {
+    if (!told_.received.empty() && told_.received.back().stamps.software) return true;
     far_.Send(FromFar(), NumberedPdu(0));
-    ports_.Poll();
-    return !told_.received.empty() && told_.received.back().stamps.software;
+    return false;
   }));
   PollAll();
   told_.received.clear();
@@ -533,27 +533,43 @@ TEST_F(ThePort, IsGoneWhenItMovesToAnotherNamespace) {
   EXPECT_EQ(ports_.Find(index), nullptr);
 }
 
+// Whether a netlink socket of this namespace had no room for what the kernel had to tell.
+bool HasLostNotices() {
+  std::ifstream table("/proc/thread-self/net/netlink");
+  std::string line;
+  std::getline(table, line);
+  while (std::getline(table, line)) {
+    std::istringstream fields(line);
+    std::string skipped;
+    for (int i = 0; i < 8; ++i) fields >> skipped;
+    std::uint64_t drops = 0;
+    if (fields >> drops && drops > 0) return true;
+  }
+  return false;
+}
+
 TEST_F(ThePorts, AreFollowedWhenTheKernelTellsMoreThanTheyListenTo) {
   ASSERT_TRUE(ports_.Open(near()));
   PollAll();
   std::string made;
   std::string unmade;
-  for (int i = 0; i < 400; ++i) {
+  for (int i = 0; i < 200; ++i) {
     const std::string name = "port" + std::to_string(i);
     made += "link add name " + name + " type veth peer name peer" + std::to_string(i) + "\n";
     if (i % 2 == 0) unmade += "link delete dev " + name + "\n";
   }
   Ip(home_, made);
+  EXPECT_TRUE(HasLostNotices());
   PollAll();
-  EXPECT_NE(ports_.FindByName("peer399"), nullptr);
+  EXPECT_NE(ports_.FindByName("peer199"), nullptr);
   Ip(home_, unmade);
-  Ip(home_, "link set dev port399 mtu 1234");
-  ASSERT_TRUE(WaitUntil([this] { return ports_.FindByName("port399")->mtu == 1234; }));
+  Ip(home_, "link set dev port199 mtu 1234");
+  ASSERT_TRUE(WaitUntil([this] { return ports_.FindByName("port199")->mtu == 1234; }));
   PollAll();
-  EXPECT_EQ(ports_.FindByName("port398"), nullptr);
-  EXPECT_EQ(told_.removed.size(), 400U);
+  EXPECT_EQ(ports_.FindByName("port198"), nullptr);
+  EXPECT_EQ(told_.removed.size(), 200U);
   for (const Index index : told_.removed) EXPECT_EQ(told_.links.count(index), 0U);
-  EXPECT_EQ(told_.links.size(), 2U + 400U) << "the loopback, the near end and what is left";
+  EXPECT_EQ(told_.links.size(), 2U + 200U) << "the loopback, the near end and what is left";
   ASSERT_TRUE(far_.Send(FromFar(), NumberedPdu(1)));
   EXPECT_TRUE(WaitForFrames(1));
 }
