@@ -69,6 +69,7 @@ class MaintenancePoints::Trace final : public TraceRelay {
 
 void MaintenancePoints::SetPort(PortIndex index, const ElementPort& port) {
   Port& known = ports_[index];
+  known.present = true;
   const PortIndex old_bridge = std::exchange(known.settings, port).bridge;
   if (old_bridge != port.bridge) LeaveBridge(index, old_bridge);
   if (port.bridge != 0) bridges_[port.bridge].members.insert(index);
@@ -81,7 +82,13 @@ void MaintenancePoints::RemovePort(PortIndex index) {
   const auto port = ports_.find(index);
   if (port == ports_.end()) return;
   SetPort(index, {});
-  if (port->second.points.empty()) ports_.erase(port);
+  port->second.present = false;
+  DropIfUnused(index);
+}
+
+void MaintenancePoints::DropIfUnused(PortIndex index) {
+  const auto port = ports_.find(index);
+  if (!port->second.present && port->second.points.empty()) ports_.erase(port);
 }
 
 void MaintenancePoints::LeaveBridge(PortIndex index, PortIndex bridge) {
@@ -101,7 +108,8 @@ void MaintenancePoints::Add(PortIndex port, Mep& mep, std::span<const std::uint1
 void MaintenancePoints::Remove(Mep& mep) {
   const auto home = homes_.find(&mep);
   if (home == homes_.end()) return;
-  if (const auto port = ports_.find(home->second); port != ports_.end()) port->second.points.Remove(mep);
+  ports_.at(home->second).points.Remove(mep);
+  DropIfUnused(home->second);
   homes_.erase(home);
 }
 
@@ -113,7 +121,8 @@ void MaintenancePoints::SetMips(std::span<const MipSettings> mips) {
       ++home;
       continue;
     }
-    ports_[home->first.port].points.Remove(home->second->mip);
+    ports_.at(home->first.port).points.Remove(home->second->mip);
+    DropIfUnused(home->first.port);
     timers_.Remove(home->second->timer);
     by_timer_.erase(home->second->timer);
     home = mips_.erase(home);

@@ -126,6 +126,7 @@ class MaintenancePoints {
   };
 
   struct Port {
+    bool present = false;
     ElementPort settings;
     EndPoints points;
   };
@@ -173,6 +174,7 @@ class MaintenancePoints {
   bool Enter(const Arrival& arrival, const OutgoingFrame& frame, const pdu::Header& header);
   void Arm(MipHome& home) { timers_.Set(home.timer, home.mip.deadline()); }
   void LeaveBridge(PortIndex index, PortIndex bridge);
+  void DropIfUnused(PortIndex index);
 
   const Forwarding& forwarding_;
   ElementOutput& output_;

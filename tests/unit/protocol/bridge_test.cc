@@ -253,6 +253,10 @@ TEST_F(ABridge, ForgetsAPortThatIsGoneAndFindsItsPointsAgain) {
   ArriveCcm(1, 5);
   EXPECT_EQ(mep.remotes().Find(2)->status().state, RemoteState::kOk);
   EXPECT_THAT(element_.touched, Contains(&mep));
+  element_.points.RemovePort(1);
+  element_.points.Remove(mep);
+  EXPECT_EQ(element_.points.PointsOf(1), nullptr);
+  element_.points.Remove(mep);
 }
 
 TEST_F(ABridge, CountsWhatIsTooShortToHaveALevel) {
