@@ -20,8 +20,8 @@ Channel::Sent Channel::Send(Message& message) {
   return sent;
 }
 
-void Channel::Take(const Message& message) {
-  flow_.CountTaken(message.size());
+void Channel::Take(std::size_t octets) {
+  flow_.CountTaken(octets);
   if (flow_.ReportIsDue()) {
     Message report = MakeMessage({Kind::kTaken, pid_, flow_.taken_messages(), flow_.taken_octets()}, 0);
     if (Transmit(report) == Sent::kDone) {

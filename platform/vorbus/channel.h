@@ -42,7 +42,7 @@ class Channel {
   bool NoteTaken(const Header& header) { return flow_.WasTaken(header.id, header.number); }
 
   // Counts a message as taken from the link, and says so to the other side from time to time.
-  void Take(const Message& message);
+  void Take(std::size_t octets);
 
   void ResetFlow() { flow_ = Flow(); }
 

@@ -160,8 +160,10 @@ bool Door::Receive(Incoming& incoming) {
 
 bool Door::Accept(Incoming& incoming) {
   Message& message = incoming.message;
-  const std::optional<Header> header = message.HasMoreParts() ? std::nullopt : DecodeHeader(message.octets());
-  for (bool more = message.HasMoreParts(); more;) {
+  const bool has_more_parts = message.HasMoreParts();
+  const std::span<const std::byte> octets = message.octets();
+  const std::optional<Header> header = has_more_parts ? std::nullopt : DecodeHeader(octets);
+  for (bool more = has_more_parts; more;) {
     Message rest;
     more = socket_.Receive(rest) == 0 && rest.HasMoreParts();
   }
@@ -182,7 +184,7 @@ bool Door::Accept(Incoming& incoming) {
       return false;
     }
     if (header->kind == Kind::kSignal) {
-      peer->Take(message);
+      peer->Take(octets.size());
       incoming.peer = peer;
       incoming.header = *header;
       return true;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace bus {
@@ -38,11 +39,14 @@ class HandlerTable {
   // Calls call(entry) for each handler that was there when the call began and still is at its turn.
   template <typename Call>
   void Each(std::uint64_t identity, const Call& call) {
-    const auto found = lists_.find(identity);
-    if (found == lists_.end()) {
-      return;
+    if (latest_ == nullptr || latest_->first != identity) {
+      const auto found = lists_.find(identity);
+      if (found == lists_.end()) {
+        return;
+      }
+      latest_ = &*found;
     }
-    const List& list = found->second;
+    const List& list = latest_->second;
     const std::size_t count = list.size();
     for (std::size_t i = 0; i < count; ++i) {
       Entry* entry = list[i].get();
@@ -76,6 +80,9 @@ class HandlerTable {
   }
 
   void Sweep() {
+    if (!released_.empty()) {
+      latest_ = nullptr;
+    }
     for (const std::uint64_t identity : released_) {
       const auto found = lists_.find(identity);
       if (found == lists_.end()) {
@@ -97,6 +104,7 @@ class HandlerTable {
   }
 
   std::unordered_map<std::uint64_t, List> lists_;
+  const std::pair<const std::uint64_t, List>* latest_ = nullptr;  // that was called: mostly the next one, too
   std::vector<std::uint64_t> released_;
 };
 

@@ -175,7 +175,8 @@ bool Link::Receive(Incoming& incoming) {
 
 bool Link::Accept(Incoming& incoming) {
   Message& message = incoming.message;
-  const std::optional<Header> header = message.HasMoreParts() ? std::nullopt : DecodeHeader(message.octets());
+  const std::span<const std::byte> octets = message.octets();
+  const std::optional<Header> header = message.HasMoreParts() ? std::nullopt : DecodeHeader(octets);
   bool is_well_formed = header.has_value();
   if (is_well_formed && header->to != token_.pid()) {
     return false;
@@ -191,7 +192,7 @@ bool Link::Accept(Incoming& incoming) {
       case Kind::kSignal:
       case Kind::kEvent:
         if (pid_ != 0) {
-          Take(message);
+          Take(octets.size());
           incoming.header = *header;
           return true;
         }
