@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <map>
+#include <tuple>
 
 #include "pdu/ethernet.h"
 #include "pdu/header.h"
@@ -191,7 +192,10 @@ class LevelFilters {
     std::optional<std::uint8_t> up_to_level;
     std::optional<std::uint8_t> linktrace_level;
 
-    auto operator<=>(const Fate&) const = default;
+    bool operator==(const Fate&) const = default;
+    bool operator<(const Fate& other) const {
+      return std::tie(up_to_level, linktrace_level) < std::tie(other.up_to_level, other.linktrace_level);
+    }
   };
 
   void LoadPdu(std::uint32_t offset, Assembler::Label pass) {

@@ -48,7 +48,6 @@
 namespace cfm::port {
 namespace {
 
-using cfm_test::Bridge;
 using cfm_test::Connect;
 using cfm_test::Frame;
 using cfm_test::Inside;
@@ -860,12 +859,12 @@ TEST_F(TheBridgedPort, KeepsItsFiltersWhenNewOnesAreTooMany) {
 TEST_F(ThePort, KeepsTheSystemFromSendingByItWhileItIsShutDown) {
   const Plain plain_near(near_link_);
   const Plain plain_far(far_link_);
-  const auto carried = [&] {
-    const std::uint32_t marker = static_cast<std::uint32_t>(told_.history.size());
+  const auto carried = [&, marker = 0U]() mutable {
+    ++marker;
     plain_near.Send(FromNear());
     EXPECT_TRUE(Send(marker, FromNear()));
     ports_.Flush();
-    EXPECT_TRUE(far_.Next([marker](const Frame& frame) { return NumberOf(frame.pdu()) == marker; }));
+    EXPECT_TRUE(far_.Next([&marker](const Frame& frame) { return NumberOf(frame.pdu()) == marker; }));
     return plain_far.TakeAll();
   };
   EXPECT_EQ(carried(), 1U);
