@@ -859,7 +859,7 @@ TEST_F(TheBridgedPort, KeepsItsFiltersWhenNewOnesAreTooMany) {
 TEST_F(ThePort, KeepsTheSystemFromSendingByItWhileItIsShutDown) {
   const Plain plain_near(near_link_);
   const Plain plain_far(far_link_);
-  const auto carried = [&, marker = 0U]() mutable {
+  auto carried = [&, marker = 0U]() mutable {
     ++marker;
     plain_near.Send(FromNear());
     EXPECT_TRUE(Send(marker, FromNear()));
