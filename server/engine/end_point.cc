@@ -62,7 +62,7 @@ void EndPoint::AnnounceStatus() const {
 }
 
 bool EndPoint::Send(const protocol::OutgoingFrame& frame) {
-  return link_ != 0 && ports_.Send(link_, frame, id_);
+  return link_ != 0 && mep_ && points_.Send(*mep_, frame);
 }
 
 void EndPoint::RemoteStatusChanged(std::uint16_t mep_id, const protocol::RemoteStatus& status) {

@@ -14,6 +14,7 @@
 #include "port/log_limit.h"
 #include "port/ports.h"
 #include "protocol/deadline_queue.h"
+#include "protocol/maintenance_points.h"
 #include "protocol/mep.h"
 #include "protocol/mep_output.h"
 
@@ -43,8 +44,13 @@ class EndPoint final : public protocol::MepOutput {
 
   /// All outlive the end point.
   EndPoint(contract::EndpointKey key, Id id, const Surroundings& surroundings, port::Ports& ports,
-           FaultActions& fault_actions)
-      : key_(std::move(key)), id_(id), surroundings_(surroundings), ports_(ports), fault_actions_(fault_actions) {}
+           protocol::MaintenancePoints& points, FaultActions& fault_actions)
+      : key_(std::move(key)),
+        id_(id),
+        surroundings_(surroundings),
+        ports_(ports),
+        points_(points),
+        fault_actions_(fault_actions) {}
   EndPoint(const EndPoint&) = delete;
   EndPoint& operator=(const EndPoint&) = delete;
   ~EndPoint() = default;
@@ -100,6 +106,7 @@ class EndPoint final : public protocol::MepOutput {
   Id id_;
   const Surroundings& surroundings_;
   port::Ports& ports_;
+  protocol::MaintenancePoints& points_;
   FaultActions& fault_actions_;
   std::optional<Refusal> refusal_;
   EndPointPlan plan_;

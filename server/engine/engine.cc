@@ -53,13 +53,17 @@ Engine::Engine(const contract::Cache& cache, contract::Announcer& announcer, por
       ports_(ports),
       surroundings_{.announcer = announcer, .log = log, .random = std::move(random)},
       clock_(std::move(clock)),
-      system_(std::move(options.system)) {}
+      system_(std::move(options.system)),
+      points_(relay_, *this, surroundings_.random) {}
 
 Engine::~Engine() {
   for (const auto& [index, wire] : wires_) ports_.Close(index);
 }
 
 void Engine::Advance(protocol::TimePoint now) {
+  // First of all, so that no frame leaves before its filter is there.
+  if (!bridges_settled_) SettleBridges();
+  points_.Advance(now);
   while (const auto due = timers_.Due(now)) {
     EndPoint& end_point = *by_id_[*due];
     end_point.mep()->Advance(now);
@@ -77,7 +81,8 @@ void Engine::Advance(protocol::TimePoint now) {
 }
 
 protocol::TimePoint Engine::deadline() const {
-  return std::min(timers_.earliest(), status_due_);
+  if (!bridges_settled_) return {};
+  return std::min({timers_.earliest(), points_.deadline(), status_due_});
 }
 
 // ---- The configuration ----
@@ -93,6 +98,7 @@ struct Engine::Apply {
 };
 
 void Engine::ConfigurationChanged(const contract::Change& change) {
+  if (!links_.empty()) bridges_settled_ = false;
   if (change.effect == contract::Effect::kRemoved) {
     for (const contract::ObjectKey& key : change.removed) Remove(key);
   } else if (change.effect != contract::Effect::kUnchanged) {
@@ -124,6 +130,12 @@ void Engine::ApplyAssociation(const contract::AssociationKey& key) {
       zlog_warn(surroundings_.log, "%s does not work: %s", contract::ToText(key).c_str(), refusal->reason.c_str());
     }
   }
+  if (const auto* plan = std::get_if<AssociationPlan>(&state); plan != nullptr && !plan->ais_refusal.empty()) {
+    const auto* old = known == associations_.end() ? nullptr : std::get_if<AssociationPlan>(&known->second);
+    if (old == nullptr || old->ais_refusal != plan->ais_refusal) {
+      zlog_warn(surroundings_.log, "%s sends no AIS: %s", contract::ToText(key).c_str(), plan->ais_refusal.c_str());
+    }
+  }
   associations_.insert_or_assign(key, std::move(state));
   ApplyEndPoints(key);
   if (freed) ApplyAssociation(*freed);
@@ -144,7 +156,7 @@ void Engine::ApplyEndPoint(const contract::EndpointKey& key) {
   auto& end_point = end_points_[key];
   if (!end_point) {
     const EndPoint::Id id = timers_.Add();
-    end_point = std::make_unique<EndPoint>(key, id, surroundings_, ports_, *this);
+    end_point = std::make_unique<EndPoint>(key, id, surroundings_, ports_, points_, *this);
     if (by_id_.size() <= id) by_id_.resize(id + 1);
     by_id_[id] = end_point.get();
   }
@@ -190,14 +202,14 @@ void Engine::Run(EndPoint& end_point, const EndPointPlan& plan) {
   const bool goes_on = end_point.mep() != nullptr && present.identity == plan.identity && present.port == plan.port;
   if (goes_on) {
     const bool moves = !SameVlans(present, plan) && end_point.link() != 0;
-    if (moves) wires_.at(end_point.link()).points.Remove(*end_point.mep());
+    if (moves) points_.Remove(*end_point.mep());
     end_point.Update(plan, now);
-    if (moves) wires_.at(end_point.link()).points.Add(*end_point.mep(), plan.vids);
+    if (moves) points_.Add(end_point.link(), *end_point.mep(), plan.vids);
   } else {
     End(end_point);
     Port& port = PortOf(plan.port);
     port.end_points.insert(&end_point);
-    end_point.Begin(plan, port.link, port.state, now);
+    end_point.Begin(plan, port.link, StateFor(plan, port), now);
     Listen(end_point);
     BeginProbes(end_point);
   }
@@ -208,7 +220,7 @@ void Engine::End(EndPoint& end_point) {
   if (end_point.mep() == nullptr) return;
   const port::Index link = end_point.link();
   const auto port = configured_ports_.find(end_point.plan().port);
-  if (link != 0) wires_.at(link).points.Remove(*end_point.mep());
+  points_.Remove(*end_point.mep());
   end_point.End();
   timers_.Set(end_point.id(), protocol::kNever);
   if (link != 0) LeaveWire(end_point, link);
@@ -311,9 +323,11 @@ Engine::Port& Engine::PortOf(port::Index configured) {
 
 void Engine::LinkChanged(const port::Link& link) {
   if (link.is_ethernet) {
-    const bool was_nameless = !system_ && addresses_.empty();
-    addresses_.insert_or_assign(link.index, link.address);
-    if (was_nameless) {
+    const bool first = !System();
+    links_.insert_or_assign(link.index, link);
+    points_.SetPort(link.index, {.bridge = link.bridge, .state = StateOf(link)});
+    bridges_settled_ = false;
+    if (first) {
       for (const auto& [md_name, domain] : cache_.domains()) ApplyDomain(md_name);
     }
   }
@@ -326,28 +340,33 @@ void Engine::LinkChanged(const port::Link& link) {
 }
 
 void Engine::LinkRemoved(port::Index index) {
-  addresses_.erase(index);
+  links_.erase(index);
   for (auto& [configured, port] : configured_ports_) {
     if (port.link == index) Bind(port, nullptr);
   }
+  if (const auto wire = wires_.find(index); wire != wires_.end()) {
+    wire->second.of_bridge_in_use = false;
+    CloseIfUnused(index);
+  }
+  points_.RemovePort(index);
+  bridges_settled_ = false;
 }
 
 void Engine::Bind(Port& port, const port::Link* link) {
-  const bool usable =
-      link != nullptr && link->is_ethernet && (wires_.contains(link->index) || ports_.Open(link->index));
+  const bool usable = link != nullptr && link->is_ethernet && OpenWire(link->index);
   if (link != nullptr) port.name = link->name;
   const port::Index index = usable ? link->index : 0;
-  if (usable) wires_.try_emplace(index);
   if (index != port.link) {
     zlog_info(surroundings_.log, "port %s %s", contract::Quoted(port.name).c_str(), usable ? "is there" : "is gone");
   }
   const port::Index old = std::exchange(port.link, index);
+  port.in_bridge = usable && link->bridge != 0;
   port.state = usable ? StateOf(*link) : StateOfNoPort(port.name);
   const protocol::TimePoint now = clock_();
   for (EndPoint* end_point : port.end_points) {
     const bool moves = end_point->link() != index;
-    if (moves && end_point->link() != 0) wires_.at(end_point->link()).points.Remove(*end_point->mep());
-    end_point->SetPort(index, port.state, now);
+    if (moves) points_.Remove(*end_point->mep());
+    end_point->SetPort(index, StateFor(end_point->plan(), port), now);
     if (moves) {
       if (old != 0) LeaveWire(*end_point, old);
       Listen(*end_point);
@@ -356,29 +375,149 @@ void Engine::Bind(Port& port, const port::Link* link) {
   }
 }
 
+protocol::PortState Engine::StateFor(const EndPointPlan& plan, const Port& port) const {
+  if (plan.identity.direction == protocol::Direction::kDown || port.in_bridge || port.link == 0) return port.state;
+  zlog_warn(surroundings_.log, "MEP %u does not work on port %s: it faces a bridge, and the port is in none",
+            plan.identity.mep_id, contract::Quoted(port.name).c_str());
+  return StateOfNoPort(port.name);
+}
+
+bool Engine::OpenWire(port::Index index) {
+  if (wires_.contains(index)) return true;
+  if (!ports_.Open(index)) return false;
+  wires_.try_emplace(index);
+  return true;
+}
+
 void Engine::Listen(EndPoint& end_point) {
   if (end_point.link() == 0) return;
-  Wire& wire = wires_.at(end_point.link());
-  wire.points.Add(*end_point.mep(), end_point.plan().vids);
-  wire.end_points.insert(&end_point);
+  points_.Add(end_point.link(), *end_point.mep(), end_point.plan().vids);
+  wires_.at(end_point.link()).end_points.insert(&end_point);
 }
 
 void Engine::LeaveWire(EndPoint& end_point, port::Index link) {
-  const auto wire = wires_.find(link);
-  wire->second.actions.erase(&end_point);
-  wire->second.end_points.erase(&end_point);
-  if (wire->second.end_points.empty()) {
-    ports_.Close(link);
-    wires_.erase(wire);
-  } else {
-    SettleAction(link, wire->second);
-  }
+  Wire& wire = wires_.at(link);
+  wire.actions.erase(&end_point);
+  wire.end_points.erase(&end_point);
+  SettleAction(link, wire);
+  CloseIfUnused(link);
 }
 
+void Engine::CloseIfUnused(port::Index link) {
+  const auto wire = wires_.find(link);
+  if (wire == wires_.end() || wire->second.of_bridge_in_use || !wire->second.end_points.empty()) return;
+  ports_.Close(link);
+  wires_.erase(wire);
+}
+
+// ---- Bridges ----
+
+void Engine::SettleBridges() {
+  bridges_settled_ = true;
+  const std::set<port::Index> bridges = BridgesInUse();
+  std::set<port::Index> members;
+  for (const auto& [index, link] : links_) {
+    const bool in_use = bridges.contains(link.bridge) && OpenWire(index);
+    if (in_use) members.insert(index);
+    if (const auto wire = wires_.find(index); wire != wires_.end()) wire->second.of_bridge_in_use = in_use;
+    CloseIfUnused(index);
+  }
+  points_.SetMips(WantedMips(members));
+  for (auto& [index, wire] : wires_) Filter(index, wire);
+}
+
+std::set<port::Index> Engine::BridgesInUse() const {
+  std::set<port::Index> bridges;
+  for (const auto& [configured, port] : configured_ports_) {
+    const auto link = links_.find(port.link);
+    if (link != links_.end()) bridges.insert(link->second.bridge);
+  }
+  const bool has_mips = std::any_of(associations_.begin(), associations_.end(), [](const auto& association) {
+    const auto* plan = std::get_if<AssociationPlan>(&association.second);
+    return plan != nullptr && plan->mip_creation != protocol::MhfCreation::kNone;
+  });
+  if (has_mips) {
+    for (const auto& [index, link] : links_) bridges.insert(link.bridge);
+  }
+  bridges.erase(0);
+  return bridges;
+}
+
+std::vector<protocol::MipSettings> Engine::WantedMips(const std::set<port::Index>& ports) {
+  using Place = std::pair<port::Index, protocol::Vlan>;
+  std::map<Place, protocol::CoveredVlan> covered;
+  std::map<std::uint8_t, std::optional<protocol::SystemId>> sender_ids;
+  std::map<contract::AssociationKey, protocol::CheckedMa> mas;
+  std::map<port::Index, protocol::CheckedPort> checked;
+  for (const auto& [key, state] : associations_) {
+    const auto* plan = std::get_if<AssociationPlan>(&state);
+    if (plan == nullptr || ports.empty()) continue;
+    sender_ids.emplace(plan->level, plan->sender_id);
+    protocol::CheckedMa& ma = mas[key];
+    ma.name = contract::ToText(key);
+    ma.level = plan->level;
+    for (const std::uint16_t vid : plan->vids) ma.vlans.insert({.vid = vid});
+    if (plan->vids.empty()) ma.vlans.insert(protocol::Vlan{});
+    for (const port::Index port : ports) {
+      checked[port].index = port;
+      checked[port].name = links_.at(port).name;
+      for (const protocol::Vlan& vlan : ma.vlans) {
+        if (!ports_.Carries(port, vlan)) continue;
+        checked[port].vlans.insert(vlan);
+        protocol::CoveredVlan& at = covered[{port, vlan}];
+        at.port = port;
+        at.vlan = vlan;
+        at.mas.push_back({.level = plan->level, .creation = plan->mip_creation});
+      }
+    }
+  }
+  for (const port::Index port : ports) {
+    for (const EndPoint* end_point : wires_.at(port).end_points) {
+      const EndPointPlan& plan = end_point->plan();
+      mas[{.md_name = end_point->key().md_name, .ma_name = end_point->key().ma_name}].meps[port] =
+          plan.identity.direction;
+      if (!plan.settings.enabled) continue;
+      const auto at = covered.find({port, {.vid = plan.settings.primary_vid, .inner_vid = plan.settings.inner_vid}});
+      if (at != covered.end()) at->second.mep_levels.insert(plan.identity.level);
+    }
+  }
+  std::vector<protocol::CoveredVlan> vlans;
+  for (auto& [place, vlan] : covered) vlans.push_back(std::move(vlan));
+  const std::set<protocol::MipPlace> places = protocol::MipsOf(vlans);
+  std::vector<protocol::MipSettings> mips;
+  for (const protocol::MipPlace& place : places) {
+    mips.push_back({.place = place, .sender_id = sender_ids.at(place.level)});
+  }
+  std::vector<protocol::CheckedPort> checked_ports;
+  for (auto& [index, port] : checked) checked_ports.push_back(std::move(port));
+  std::vector<protocol::CheckedMa> checked_mas;
+  for (auto& [key, ma] : mas) checked_mas.push_back(std::move(ma));
+  LogFindings(protocol::FindConfigurationErrors(checked_ports, checked_mas, places));
+  return mips;
+}
+
+void Engine::LogFindings(const std::vector<protocol::Finding>& findings) {
+  for (const protocol::Finding& finding : findings) {
+    if (!findings_.contains(finding)) zlog_warn(surroundings_.log, "%s", finding.text.c_str());
+  }
+  findings_ = {findings.begin(), findings.end()};
+}
+
+void Engine::Filter(port::Index index, Wire& wire) {
+  std::vector<protocol::LevelFilter> filters = points_.Filters(index);
+  if (filters == wire.filters) return;
+  if (ports_.SetLevelFilter(index, filters)) wire.filters = std::move(filters);
+}
+
+bool Engine::SendOut(protocol::PortIndex port, const protocol::OutgoingFrame& frame, const protocol::Mep* from) {
+  const port::Owner owner = from == nullptr ? kNobody : static_cast<const EndPoint&>(from->output()).id();
+  return wires_.contains(port) && ports_.Send(port, frame, owner);
+}
+
+// ---- Frames ----
+
 void Engine::Received(port::Index index, const protocol::ReceivedFrame& frame) {
-  const auto wire = wires_.find(index);
-  if (wire == wires_.end()) return;
-  if (protocol::Mep* mep = wire->second.points.Receive(frame, clock_())) SetTimer(EndPoint::Of(*mep));
+  if (wires_.contains(index)) points_.Receive(index, frame, clock_());
 }
 
 void Engine::Stamped(port::Owner owner, std::uint32_t stamp_id, const protocol::Stamps& stamps) {
@@ -408,12 +547,14 @@ void Engine::SettleAction(port::Index link, Wire& wire) {
 }
 
 const std::optional<protocol::SystemId>& Engine::System() {
-  if (!system_ && !addresses_.empty()) {
-    const auto lowest = std::min_element(addresses_.begin(), addresses_.end(),
-                                         [](const auto& a, const auto& b) { return a.second < b.second; });
+  if (!system_ && !links_.empty()) {
+    const auto lowest = std::min_element(links_.begin(), links_.end(), [](const auto& a, const auto& b) {
+      return a.second.address < b.second.address;
+    });
+    const pdu::MacAddress& address = lowest->second.address;
     system_.emplace();
     system_->chassis_subtype = pdu::kChassisMacAddress;
-    system_->chassis_id.assign(lowest->second.begin(), lowest->second.end());
+    system_->chassis_id.assign(address.begin(), address.end());
   }
   return system_;
 }

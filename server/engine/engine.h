@@ -24,14 +24,18 @@
 #include "engine/end_point.h"
 #include "engine/plan.h"
 #include "port/ports.h"
+#include "protocol/configuration_errors.h"
 #include "protocol/deadline_queue.h"
-#include "protocol/end_points.h"
+#include "protocol/maintenance_points.h"
 #include "protocol/time.h"
 
 namespace cfm::engine {
 
 /// One thread. What refers to objects of the configuration is told from the cache, which has changed already.
-class Engine final : public contract::Machinery, public port::Listener, public FaultActions {
+class Engine final : public contract::Machinery,
+                     public port::Listener,
+                     public FaultActions,
+                     public protocol::ElementOutput {
  public:
   using Clock = std::function<protocol::TimePoint()>;
 
@@ -72,11 +76,14 @@ class Engine final : public contract::Machinery, public port::Listener, public F
   /// End points that are announced at a time, and the pause behind them.
   static constexpr std::size_t kStatusAtOnce = 32;
   static constexpr protocol::Duration kStatusPause = std::chrono::milliseconds(1);
+  /// Owner of the frames of MIPs.
+  static constexpr port::Owner kNobody = ~port::Owner{0};
 
-  /// An interface that end points listen on.
+  /// An interface that is listened on.
   struct Wire {
-    protocol::EndPoints points;
     std::set<EndPoint*> end_points;
+    bool of_bridge_in_use = false;  ///< also without end points
+    std::vector<protocol::LevelFilter> filters;
     std::map<EndPoint*, protocol::FaultAction> actions;
     protocol::FaultAction action = protocol::FaultAction::kNone;
   };
@@ -85,6 +92,7 @@ class Engine final : public contract::Machinery, public port::Listener, public F
   struct Port {
     std::string name;
     port::Index link = 0;  ///< 0: there is none
+    bool in_bridge = false;
     protocol::PortState state;
     std::set<EndPoint*> end_points;
   };
@@ -95,6 +103,22 @@ class Engine final : public contract::Machinery, public port::Listener, public F
   using MaidClaim = std::pair<std::uint8_t, std::array<std::uint8_t, pdu::kMaidSize>>;
   /// What only one end point can have: port, VLAN id, inner VLAN id, level, direction.
   using PlaceClaim = std::tuple<port::Index, std::uint16_t, std::uint16_t, std::uint8_t, protocol::Direction>;
+
+  /// What the kernel's bridges do.
+  class Relay final : public protocol::Forwarding {
+   public:
+    explicit Relay(port::Ports& ports) : ports_(ports) {}
+    bool Carries(protocol::PortIndex port, const protocol::Vlan& vlan) const override {
+      return ports_.Carries(port, vlan);
+    }
+    std::optional<protocol::PortIndex> Find(protocol::PortIndex bridge, const protocol::Vlan& vlan,
+                                            const pdu::MacAddress& address) const override {
+      return ports_.FindStation(bridge, vlan, address);
+    }
+
+   private:
+    port::Ports& ports_;
+  };
 
   struct Apply;
 
@@ -119,16 +143,31 @@ class Engine final : public contract::Machinery, public port::Listener, public F
   void End(EndPoint& end_point);
   void SetTimer(EndPoint& end_point);
 
+  /// Works out the MIPs, the ports that they need and the filters anew.
+  void SettleBridges();
+  std::set<port::Index> BridgesInUse() const;
+  std::vector<protocol::MipSettings> WantedMips(const std::set<port::Index>& ports);
+  void LogFindings(const std::vector<protocol::Finding>& findings);
+  void Filter(port::Index index, Wire& wire);
+
   Port& PortOf(port::Index configured);
   void Bind(Port& port, const port::Link* link);
+  /// What an end point sees of its port: an Up MEP nothing outside of a bridge.
+  protocol::PortState StateFor(const EndPointPlan& plan, const Port& port) const;
+  bool OpenWire(port::Index index);
   void Listen(EndPoint& end_point);
   void LeaveWire(EndPoint& end_point, port::Index link);
+  void CloseIfUnused(port::Index link);
   void FaultActionChanged(EndPoint& end_point, protocol::FaultAction action) override;
   void SettleAction(port::Index link, Wire& wire);
 
   EndPoint* Find(const contract::EndpointKey& key);
   /// Null when it works no more.
   EndPoint* Owned(port::Owner owner);
+  bool SendOut(protocol::PortIndex port, const protocol::OutgoingFrame& frame, const protocol::Mep* from) override;
+  protocol::ClockReading ReadClocks() override { return ports_.ReadClocks(); }
+  void Touched(protocol::Mep& mep) override { SetTimer(EndPoint::Of(mep)); }
+
   template <typename Trigger, typename Begin>
   std::optional<protocol::TestError> StartTest(const Trigger& trigger, Begin begin);
   const std::optional<protocol::SystemId>& System();
@@ -145,7 +184,11 @@ class Engine final : public contract::Machinery, public port::Listener, public F
   protocol::DeadlineQueue timers_;
   std::map<port::Index, Port> configured_ports_;  ///< by the index that the configuration gave
   std::map<port::Index, Wire> wires_;             ///< by the index of the interface
-  std::map<port::Index, pdu::MacAddress> addresses_;
+  std::map<port::Index, port::Link> links_;       ///< all that are Ethernet interfaces
+  Relay relay_{ports_};
+  protocol::MaintenancePoints points_;
+  bool bridges_settled_ = true;
+  std::set<protocol::Finding> findings_;  ///< that were logged
   std::map<std::uint16_t, contract::EndpointKey> probes_;
   std::map<contract::EndpointKey, std::set<std::uint16_t>> probes_of_;
   Claims<MaidClaim, contract::AssociationKey> maids_;

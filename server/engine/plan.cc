@@ -1,6 +1,7 @@
 #include "engine/plan.h"
 
 #include <algorithm>
+#include <limits>
 #include <string_view>
 
 namespace cfm::engine {
@@ -41,14 +42,33 @@ protocol::SenderIdPermission PermissionOf(std::uint32_t code) {
   return known ? static_cast<protocol::SenderIdPermission>(code) : protocol::SenderIdPermission::kNone;
 }
 
-std::uint16_t FaultTimeSteps(std::uint32_t steps) {
-  return static_cast<std::uint16_t>(std::min<std::uint32_t>(steps, UINT16_MAX));
+protocol::MhfCreation CreationOf(std::uint32_t code) {
+  const bool known = code >= 1 && code <= 4;
+  return known ? static_cast<protocol::MhfCreation>(code) : protocol::MhfCreation::kNone;
+}
+
+template <typename Number>
+Number Saturated(std::uint32_t value) {
+  return static_cast<Number>(std::min<std::uint32_t>(value, std::numeric_limits<Number>::max()));
+}
+
+// Wrong settings cost the association its AIS, not its end points.
+void PlanAis(const pb::Ais& ais, AssociationPlan& plan) {
+  protocol::AisSettings settings{.client_level = Saturated<std::uint8_t>(ais.aux_u8()),
+                                 .period_s = ais.aux_u32(),
+                                 .priority = Saturated<std::uint8_t>(ais.aux_u16())};
+  for (const std::uint32_t vid : ais.aux_ids()) settings.client_vids.insert(Saturated<std::uint16_t>(vid));
+  if (auto reason = protocol::CheckAis(settings, plan.level)) {
+    plan.ais_refusal = std::move(*reason);
+  } else {
+    plan.ais = std::move(settings);
+  }
 }
 
 protocol::FaultTimes FaultTimesOf(const pb::OpCreateMaintenanceEndpoint& endpoint) {
   protocol::FaultTimes times;
-  if (endpoint.has_fng_alarm_time()) times.alarm = protocol::FaultTime(FaultTimeSteps(endpoint.fng_alarm_time()));
-  if (endpoint.has_fng_reset_time()) times.reset = protocol::FaultTime(FaultTimeSteps(endpoint.fng_reset_time()));
+  if (endpoint.has_fng_alarm_time()) times.alarm = protocol::FaultTime(Saturated<std::uint16_t>(endpoint.fng_alarm_time()));
+  if (endpoint.has_fng_reset_time()) times.reset = protocol::FaultTime(Saturated<std::uint16_t>(endpoint.fng_reset_time()));
   return times;
 }
 
@@ -68,6 +88,8 @@ std::variant<AssociationPlan, Refusal> PlanAssociation(const pb::OpCreateMainten
     plan.mep_ids.insert(checks.InRange<std::uint16_t>("the MEP id", id, 1, kHighestMepId));
   }
   plan.ais_suppresses_missing = association.ais().aux_flag();
+  if (association.ais().enabled()) PlanAis(association.ais(), plan);
+  plan.mip_creation = protocol::Resolve(CreationOf(association.mhf_creation()), CreationOf(domain.mhf_creation()));
   if (system) {
     plan.sender_id =
         protocol::Permitted(*system, PermissionOf(association.sender_id()), PermissionOf(domain.sender_id()));
@@ -117,6 +139,7 @@ std::variant<EndPointPlan, Refusal> PlanEndPoint(const AssociationPlan& associat
       static_cast<protocol::FaultAction>(checks.InRange<std::uint8_t>("the fault action", endpoint.action(), 0, 2));
   settings.ais_suppresses_missing = association.ais_suppresses_missing;
   settings.sender_id = association.sender_id;
+  settings.ais = association.ais;
   if (checks.refusal()) return *checks.refusal();
   return plan;
 }

@@ -12,7 +12,9 @@
 #include "client_server.pb.h"
 #include "pdu/maid.h"
 #include "port/ports.h"
+#include "protocol/ais_sender.h"
 #include "protocol/mep_settings.h"
+#include "protocol/mip_creation.h"
 #include "protocol/sender_id.h"
 
 namespace cfm::engine {
@@ -31,6 +33,9 @@ struct AssociationPlan {
   std::set<std::uint16_t> mep_ids;
   std::optional<protocol::SystemId> sender_id;
   bool ais_suppresses_missing = false;
+  std::optional<protocol::AisSettings> ais;
+  std::string ais_refusal;  ///< why there is none although it is asked for
+  protocol::MhfCreation mip_creation = protocol::MhfCreation::kNone;
 
   bool operator==(const AssociationPlan&) const = default;
 };

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "protocol/interface_status.h"
 #include "protocol/level_filter.h"
 #include "protocol/status.h"
+#include "protocol/vlan.h"
 
 namespace cfm::port {
 
@@ -86,6 +88,12 @@ class Ports {
   /// and what is sent from here is not subject to it. False, and logged, when the system refuses: the ones before stay.
   /// Undone when the port is closed.
   virtual bool SetLevelFilter(Index index, std::vector<protocol::LevelFilter> filters) = 0;
+
+  /// Whether a bridge's port takes part in a VLAN; all do on a bridge that does not filter by VLAN.
+  virtual bool Carries(Index index, const protocol::Vlan& vlan) const = 0;
+  /// The port of a station by the bridge's table. None: it is not in it.
+  virtual std::optional<Index> FindStation(Index bridge, const protocol::Vlan& vlan,
+                                           const pdu::MacAddress& address) const = 0;
 
   /// Of an open port; else zeros.
   virtual Counters CountersOf(Index index) const = 0;
