@@ -323,11 +323,11 @@ Engine::Port& Engine::PortOf(port::Index configured) {
 
 void Engine::LinkChanged(const port::Link& link) {
   if (link.is_ethernet) {
-    const bool first = !System();
+    const bool was_nameless = !system_ && links_.empty();
     links_.insert_or_assign(link.index, link);
     points_.SetPort(link.index, {.bridge = link.bridge, .state = StateOf(link)});
     bridges_settled_ = false;
-    if (first) {
+    if (was_nameless) {
       for (const auto& [md_name, domain] : cache_.domains()) ApplyDomain(md_name);
     }
   }
@@ -548,9 +548,8 @@ void Engine::SettleAction(port::Index link, Wire& wire) {
 
 const std::optional<protocol::SystemId>& Engine::System() {
   if (!system_ && !links_.empty()) {
-    const auto lowest = std::min_element(links_.begin(), links_.end(), [](const auto& a, const auto& b) {
-      return a.second.address < b.second.address;
-    });
+    const auto lowest = std::min_element(
+        links_.begin(), links_.end(), [](const auto& a, const auto& b) { return a.second.address < b.second.address; });
     const pdu::MacAddress& address = lowest->second.address;
     system_.emplace();
     system_->chassis_subtype = pdu::kChassisMacAddress;

@@ -67,8 +67,10 @@ void PlanAis(const pb::Ais& ais, AssociationPlan& plan) {
 
 protocol::FaultTimes FaultTimesOf(const pb::OpCreateMaintenanceEndpoint& endpoint) {
   protocol::FaultTimes times;
-  if (endpoint.has_fng_alarm_time()) times.alarm = protocol::FaultTime(Saturated<std::uint16_t>(endpoint.fng_alarm_time()));
-  if (endpoint.has_fng_reset_time()) times.reset = protocol::FaultTime(Saturated<std::uint16_t>(endpoint.fng_reset_time()));
+  if (endpoint.has_fng_alarm_time())
+    times.alarm = protocol::FaultTime(Saturated<std::uint16_t>(endpoint.fng_alarm_time()));
+  if (endpoint.has_fng_reset_time())
+    times.reset = protocol::FaultTime(Saturated<std::uint16_t>(endpoint.fng_reset_time()));
   return times;
 }
 

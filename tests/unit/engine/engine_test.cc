@@ -23,6 +23,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
 
@@ -603,6 +604,127 @@ TEST_F(ARefusal, OfTheLaterOfTwoEndPointsInOnePlaceUntilTheOtherGoes) {
   west.Do(FromText<pb::OpDeleteMaintenanceEndpoint>("md_name: 'd' ma_name: 'a' mep_id: 1"));
   simulation.RunFor(2s);
   EXPECT_THAT(ids(), ElementsAre(2));
+}
+
+// ---- Bridges ----
+
+// West and east, and a bridge between them: west 2 - 10 middle 11 - 3 east.
+class AcrossABridge : public testing::Test {
+ protected:
+  AcrossABridge() {
+    west.SetLink(2, "w0");
+    east.SetLink(3, "e0");
+    for (const port::Index index : {10U, 11U}) {
+      port::Link& link = middle.SetLink(index, "m" + std::to_string(index));
+      link.bridge = 99;
+      link.port_status = pdu::PortStatus::kUp;
+      middle.LinkChanged(index);
+    }
+    simulation.Join(west, 2, middle, 10);
+    simulation.Join(middle, 11, east, 3);
+    for (Element* element : {&west, &east}) {
+      element->Do(Domain());
+      element->Do(Association());
+    }
+    west.Do(EndPointOf(1, 2));
+    east.Do(EndPointOf(2, 3));
+  }
+  std::vector<std::string> Traced(Element& element, const std::string& target) {
+    EXPECT_EQ(element.engine.Start(FromText<pb::OpLinktraceTriggerMsg>(
+                  "key { md_name: 'd' ma_name: 'a' mep_id: 1 trigger_id: 1 target_mep_id: " + target + " } ttl: 64")),
+              std::nullopt);
+    element.announcer.Take();
+    simulation.RunFor(10s);
+    std::vector<std::string> replies;
+    for (const std::string& event : element.announcer.Take()) {
+      if (event.starts_with("OpLinktraceReplyRx")) replies.push_back(event);
+    }
+    return replies;
+  }
+
+  Simulation simulation;
+  Element& west = simulation.Add();
+  Element& middle = simulation.Add();
+  Element& east = simulation.Add();
+};
+
+TEST_F(AcrossABridge, EndPointsMeet) {
+  simulation.RunFor(5s);
+  EXPECT_THAT(west.announcer.Take(), Contains(HasSubstr("fsm_state: 4")));
+  EXPECT_THAT(middle.ports.open, IsEmpty());
+}
+
+TEST_F(AcrossABridge, TracesNameTheMipsOnTheWay) {
+  middle.Do(Domain("mhf_creation: 2"));
+  middle.Do(Association("mhf_creation: 4"));
+  simulation.RunFor(5s);
+  EXPECT_THAT(middle.ports.open, ElementsAre(10, 11));
+  const auto replies = Traced(west, "2");
+  ASSERT_THAT(replies, SizeIs(2));
+  EXPECT_THAT(replies, Contains(AllOf(HasSubstr("ttl: 63"), HasSubstr("relay_action: 2"), HasSubstr("forwarded: true"),
+                                      HasSubstr("value: \"m10\""), HasSubstr("value: \"m11\""))));
+  EXPECT_THAT(replies, Contains(AllOf(HasSubstr("ttl: 62"), HasSubstr("relay_action: 1"),
+                                      HasSubstr("terminal_mep: true"), HasSubstr("value: \"e0\""))));
+  middle.Do(FromText<pb::OpDeleteMaintenanceDomain>("name: 'd'"));
+  simulation.RunFor(1s);
+  EXPECT_THAT(middle.ports.open, IsEmpty());
+  EXPECT_THAT(Traced(west, "2"), SizeIs(1));
+}
+
+TEST_F(AcrossABridge, UpMepsMeetThroughTheBridgeAndStopTheirLevel) {
+  middle.Do(Domain());
+  middle.Do(Association("mep_ids: [3]"));
+  west.Do(FromText<pb::OpUpdateMaintenanceAssociation>("md_name: 'd' ma_name: 'a' ccm_interval: 4 mep_ids: [1, 3]"));
+  middle.Do(EndPointOf(3, 11, "direction: 2"));
+  simulation.RunFor(10s);
+  middle.announcer.Take();
+  west.announcer.Take();
+  middle.engine.AnnounceStatus();
+  west.engine.AnnounceStatus();
+  simulation.RunFor(1s);
+  EXPECT_THAT(middle.announcer.Take(), Contains(AllOf(HasSubstr("remote_mep_id: 1"), HasSubstr("fsm_state: 4"))));
+  EXPECT_THAT(west.announcer.Take(), Contains(AllOf(HasSubstr("remote_mep_id: 3"), HasSubstr("fsm_state: 4"))));
+  // Nothing of the level passes the end point, in either direction.
+  east.engine.AnnounceStatus();
+  east.announcer.Take();
+  simulation.RunFor(1s);
+  EXPECT_THAT(east.announcer.Take(), Contains(AllOf(HasSubstr("remote_mep_id: 1"), HasSubstr("fsm_state: 3"))));
+}
+
+TEST_F(AcrossABridge, ADownMepTellsTheClientsBehindItOfAFault) {
+  for (Element* element : {&west, &middle}) {
+    auto domain = Domain();
+    domain.set_name("link");
+    domain.set_level(2);
+    element->Do(domain);
+    auto association = Association("ais { enabled: true aux_flag: false aux_u8: 5 aux_u32: 1 aux_u16: 6 }");
+    association.set_md_name("link");
+    element->Do(association);
+    auto end_point = element == &west ? EndPointOf(1, 2) : EndPointOf(2, 10);
+    end_point.set_md_name("link");
+    element->Do(end_point);
+  }
+  simulation.RunFor(5s);
+  EXPECT_THAT(east.announcer.Take(), Not(Contains(HasSubstr("defect_ais: true"))));
+  simulation.Cut(west, 2);
+  simulation.RunFor(10s);
+  EXPECT_THAT(east.announcer.Take(), Contains(AllOf(HasSubstr("local_mep_id: 2"), HasSubstr("defect_ais: true"))));
+  simulation.Join(west, 2, middle, 10);
+  simulation.RunFor(20s);
+  EXPECT_THAT(east.announcer.Take().back(), HasSubstr("defect_ais: false"));
+}
+
+TEST_F(AcrossABridge, AnUpMepOutsideOfABridgeDoesNotWork) {
+  west.Do(FromText<pb::OpDeleteMaintenanceEndpoint>("md_name: 'd' ma_name: 'a' mep_id: 1"));
+  west.announcer.Take();
+  west.Do(EndPointOf(1, 2, "direction: 2"));
+  EXPECT_THAT(west.announcer.Take(), Contains(HasSubstr("intf_status: 6")));
+  EXPECT_EQ(west.engine.Start(FromText<pb::OpLoopbackTriggerMsg>(
+                "md_name: 'd' ma_name: 'a' trigger_id: 1 mep_id: 1 target_mep_id: 2")),
+            TestError::kMepNotOperational);
+  const std::size_t sent = west.ports.sent[2].size();
+  simulation.RunFor(5s);
+  EXPECT_EQ(west.ports.sent[2].size(), sent);
 }
 
 // ---- Sender ID ----

@@ -30,6 +30,7 @@ bool SimulatedPorts::Open(port::Index index) {
 
 void SimulatedPorts::Close(port::Index index) {
   open.erase(index);
+  filters.erase(index);
 }
 
 bool SimulatedPorts::Send(port::Index index, const protocol::OutgoingFrame& frame, port::Owner /*owner*/) {
@@ -49,8 +50,38 @@ void SimulatedPorts::SetFaultAction(port::Index index, protocol::FaultAction act
   actions.push_back(std::to_string(index) + ' ' + kNames[static_cast<int>(action)]);
 }
 
-bool SimulatedPorts::SetLevelFilter(port::Index /*index*/, std::vector<protocol::LevelFilter> /*filters*/) {
+bool SimulatedPorts::SetLevelFilter(port::Index index, std::vector<protocol::LevelFilter> wanted) {
+  filters[index] = std::move(wanted);
   return true;
+}
+
+std::optional<port::Index> SimulatedPorts::FindStation(port::Index /*bridge*/, const protocol::Vlan& /*vlan*/,
+                                                       const pdu::MacAddress& address) const {
+  const auto station = stations_.find(address);
+  return station == stations_.end() ? std::nullopt : std::optional(station->second);
+}
+
+bool SimulatedPorts::Drops(port::Index index, const SentFrame& frame) const {
+  const auto known = filters.find(index);
+  if (known == filters.end()) return false;
+  const auto header = pdu::DecodeHeader(frame.pdu);
+  return std::any_of(known->second.begin(), known->second.end(), [&](const protocol::LevelFilter& filter) {
+    if (!header || filter.vlan != protocol::VlanOf(frame.header)) return false;
+    const bool is_trace = header->opcode == pdu::Opcode::kLtm && filter.linktrace_level == header->level;
+    return is_trace || (filter.up_to_level && header->level <= *filter.up_to_level);
+  });
+}
+
+void SimulatedPorts::Relay(port::Index arrived, const SentFrame& frame) {
+  const port::Link* link = Find(arrived);
+  if (link == nullptr || link->bridge == 0 || Drops(arrived, frame)) return;
+  stations_[frame.header.source] = arrived;
+  const auto known = stations_.find(frame.header.destination);
+  for (const auto& [index, other] : links) {
+    if (other.bridge != link->bridge || index == arrived || Drops(index, frame)) continue;
+    if (known != stations_.end() && known->second != index) continue;
+    element_.simulation.Carry(element_, index, {.header = frame.header, .pdu = frame.pdu, .stamp_id = {}});
+  }
 }
 
 void RecordingAnnouncer::Announce(const vorbus_event_t* /*event*/, const google::protobuf::Message& message) {
@@ -118,6 +149,7 @@ void Simulation::RunFor(protocol::Duration span) {
       const Flight flight = std::move(flights_.front());
       flights_.pop_front();
       const auto& [element, port] = flight.to;
+      element->ports.Relay(port, flight.frame);
       if (!element->ports.open.contains(port)) continue;
       element->engine.Received(port, {.header = flight.frame.header, .pdu = flight.frame.pdu, .stamps = {}});
     }

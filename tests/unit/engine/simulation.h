@@ -51,9 +51,16 @@ class SimulatedPorts final : public port::Ports {
   bool refuses_to_send = false;
   std::vector<std::string> actions;  ///< "2 block"
   std::map<port::Index, std::vector<SentFrame>> sent;
+  std::map<port::Index, std::vector<protocol::LevelFilter>> filters;
+
+  /// What the kernel's bridge does with a frame that arrives at one of its ports.
+  void Relay(port::Index arrived, const SentFrame& frame);
 
  private:
+  bool Drops(port::Index index, const SentFrame& frame) const;
+
   Element& element_;
+  std::map<pdu::MacAddress, port::Index> stations_;
 };
 
 class RecordingAnnouncer final : public contract::Announcer {
