@@ -100,7 +100,15 @@ struct Engine::Apply {
 void Engine::ConfigurationChanged(const contract::Change& change) {
   if (!links_.empty()) bridges_settled_ = false;
   if (change.effect == contract::Effect::kRemoved) {
-    for (const contract::ObjectKey& key : change.removed) Remove(key);
+    Freed freed;
+    for (const contract::ObjectKey& key : change.removed) Remove(key, freed);
+    // Some of these may have gone by the same request.
+    for (const contract::AssociationKey& key : freed.associations) {
+      if (associations_.contains(key)) ApplyAssociation(key);
+    }
+    for (const contract::EndpointKey& key : freed.end_points) {
+      if (end_points_.contains(key)) ApplyEndPoint(key);
+    }
   } else if (change.effect != contract::Effect::kUnchanged) {
     std::visit(Apply{*this}, change.object);
   }
@@ -232,7 +240,7 @@ void Engine::SetTimer(EndPoint& end_point) {
   timers_.Set(end_point.id(), end_point.mep()->deadline());
 }
 
-void Engine::Remove(const contract::ObjectKey& key) {
+void Engine::Remove(const contract::ObjectKey& key, Freed& freed) {
   if (const auto* end_point_key = std::get_if<contract::EndpointKey>(&key)) {
     const auto end_point = end_points_.find(*end_point_key);
     if (end_point == end_points_.end()) return;
@@ -241,10 +249,10 @@ void Engine::Remove(const contract::ObjectKey& key) {
     by_id_[end_point->second->id()] = nullptr;
     end_points_.erase(end_point);
     surroundings_.announcer.Announce(CFM_MGR_SRV_EVENT_REMOVED_LOCAL_MEP, Removed(*end_point_key));
-    if (const auto freed = places_.Release(*end_point_key)) ApplyEndPoint(*freed);
+    if (const auto next = places_.Release(*end_point_key)) freed.end_points.push_back(*next);
   } else if (const auto* association = std::get_if<contract::AssociationKey>(&key)) {
     associations_.erase(*association);
-    if (const auto freed = maids_.Release(*association)) ApplyAssociation(*freed);
+    if (const auto next = maids_.Release(*association)) freed.associations.push_back(*next);
   } else if (const auto* probe = std::get_if<contract::ProbeKey>(&key)) {
     RemoveProbe(probe->probe_id);
   } else if (const auto* session = std::get_if<contract::SessionKey>(&key)) {
@@ -345,7 +353,7 @@ void Engine::LinkRemoved(port::Index index) {
     if (port.link == index) Bind(port, nullptr);
   }
   if (const auto wire = wires_.find(index); wire != wires_.end()) {
-    wire->second.of_bridge_in_use = false;
+    wire->second.needed = false;
     CloseIfUnused(index);
   }
   points_.RemovePort(index);
@@ -405,7 +413,7 @@ void Engine::LeaveWire(EndPoint& end_point, port::Index link) {
 
 void Engine::CloseIfUnused(port::Index link) {
   const auto wire = wires_.find(link);
-  if (wire == wires_.end() || wire->second.of_bridge_in_use || !wire->second.end_points.empty()) return;
+  if (wire == wires_.end() || wire->second.needed || !wire->second.end_points.empty()) return;
   ports_.Close(link);
   wires_.erase(wire);
 }
@@ -414,33 +422,19 @@ void Engine::CloseIfUnused(port::Index link) {
 
 void Engine::SettleBridges() {
   bridges_settled_ = true;
-  const std::set<port::Index> bridges = BridgesInUse();
   std::set<port::Index> members;
   for (const auto& [index, link] : links_) {
-    const bool in_use = bridges.contains(link.bridge) && OpenWire(index);
-    if (in_use) members.insert(index);
-    if (const auto wire = wires_.find(index); wire != wires_.end()) wire->second.of_bridge_in_use = in_use;
-    CloseIfUnused(index);
+    if (link.bridge != 0) members.insert(index);
   }
   points_.SetMips(WantedMips(members));
-  for (auto& [index, wire] : wires_) Filter(index, wire);
-}
-
-std::set<port::Index> Engine::BridgesInUse() const {
-  std::set<port::Index> bridges;
-  for (const auto& [configured, port] : configured_ports_) {
-    const auto link = links_.find(port.link);
-    if (link != links_.end()) bridges.insert(link->second.bridge);
+  for (const auto& [index, link] : links_) {
+    const bool needed = link.bridge != 0 && points_.IsNeeded(index) && OpenWire(index);
+    if (const auto wire = wires_.find(index); wire != wires_.end()) {
+      wire->second.needed = needed;
+      Filter(index, wire->second);
+    }
+    CloseIfUnused(index);
   }
-  const bool has_mips = std::any_of(associations_.begin(), associations_.end(), [](const auto& association) {
-    const auto* plan = std::get_if<AssociationPlan>(&association.second);
-    return plan != nullptr && plan->mip_creation != protocol::MhfCreation::kNone;
-  });
-  if (has_mips) {
-    for (const auto& [index, link] : links_) bridges.insert(link.bridge);
-  }
-  bridges.erase(0);
-  return bridges;
 }
 
 std::vector<protocol::MipSettings> Engine::WantedMips(const std::set<port::Index>& ports) {
@@ -471,8 +465,9 @@ std::vector<protocol::MipSettings> Engine::WantedMips(const std::set<port::Index
       }
     }
   }
-  for (const port::Index port : ports) {
-    for (const EndPoint* end_point : wires_.at(port).end_points) {
+  for (const auto& [port, wire] : wires_) {
+    if (!ports.contains(port)) continue;
+    for (const EndPoint* end_point : wire.end_points) {
       const EndPointPlan& plan = end_point->plan();
       mas[{.md_name = end_point->key().md_name, .ma_name = end_point->key().ma_name}].meps[port] =
           plan.identity.direction;
@@ -496,11 +491,12 @@ std::vector<protocol::MipSettings> Engine::WantedMips(const std::set<port::Index
   return mips;
 }
 
-void Engine::LogFindings(const std::vector<protocol::Finding>& findings) {
+void Engine::LogFindings(std::vector<protocol::Finding> findings) {
   for (const protocol::Finding& finding : findings) {
-    if (!findings_.contains(finding)) zlog_warn(surroundings_.log, "%s", finding.text.c_str());
+    if (std::find(findings_.begin(), findings_.end(), finding) == findings_.end())
+      zlog_warn(surroundings_.log, "%s", finding.text.c_str());
   }
-  findings_ = {findings.begin(), findings.end()};
+  findings_ = std::move(findings);
 }
 
 void Engine::Filter(port::Index index, Wire& wire) {

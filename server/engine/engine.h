@@ -82,7 +82,7 @@ class Engine final : public contract::Machinery,
   /// An interface that is listened on.
   struct Wire {
     std::set<EndPoint*> end_points;
-    bool of_bridge_in_use = false;  ///< also without end points
+    bool needed = false;  ///< by points on other ports of the bridge
     std::vector<protocol::LevelFilter> filters;
     std::map<EndPoint*, protocol::FaultAction> actions;
     protocol::FaultAction action = protocol::FaultAction::kNone;
@@ -120,6 +120,12 @@ class Engine final : public contract::Machinery,
     port::Ports& ports_;
   };
 
+  /// Who gets what others have given up.
+  struct Freed {
+    std::vector<contract::AssociationKey> associations;
+    std::vector<contract::EndpointKey> end_points;
+  };
+
   struct Apply;
 
   void ApplyDomain(const std::string& md_name);
@@ -128,7 +134,7 @@ class Engine final : public contract::Machinery,
   void ApplyEndPoint(const contract::EndpointKey& key);
   void ApplyProbe(std::uint16_t probe_id);
   void ApplySession(std::uint16_t probe_id, std::uint16_t session_id);
-  void Remove(const contract::ObjectKey& key);
+  void Remove(const contract::ObjectKey& key, Freed& freed);
   void BeginProbe(EndPoint& end_point, std::uint16_t probe_id);
   void BeginProbes(EndPoint& end_point);
   void RemoveProbe(std::uint16_t probe_id);
@@ -145,9 +151,8 @@ class Engine final : public contract::Machinery,
 
   /// Works out the MIPs, the ports that they need and the filters anew.
   void SettleBridges();
-  std::set<port::Index> BridgesInUse() const;
   std::vector<protocol::MipSettings> WantedMips(const std::set<port::Index>& ports);
-  void LogFindings(const std::vector<protocol::Finding>& findings);
+  void LogFindings(std::vector<protocol::Finding> findings);
   void Filter(port::Index index, Wire& wire);
 
   Port& PortOf(port::Index configured);
@@ -188,7 +193,7 @@ class Engine final : public contract::Machinery,
   Relay relay_{ports_};
   protocol::MaintenancePoints points_;
   bool bridges_settled_ = true;
-  std::set<protocol::Finding> findings_;  ///< that were logged
+  std::vector<protocol::Finding> findings_;  ///< that were logged
   std::map<std::uint16_t, contract::EndpointKey> probes_;
   std::map<contract::EndpointKey, std::set<std::uint16_t>> probes_of_;
   Claims<MaidClaim, contract::AssociationKey> maids_;

@@ -1,5 +1,7 @@
 #include "port/linux_ports.h"
 
+#include <linux/neighbour.h>
+#include <linux/rtnetlink.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 
@@ -193,6 +195,26 @@ bool LinuxPorts::SetLevelFilter(Index index, std::vector<protocol::LevelFilter> 
   const auto refusal = found->second->control.SetLevelFilter(std::move(filters));
   if (refusal) Report(refusals_, index, *refusal);
   return !refusal;
+}
+
+bool LinuxPorts::Carries(Index /*index*/, const protocol::Vlan& /*vlan*/) const {
+  return true;
+}
+
+std::optional<Index> LinuxPorts::FindStation(Index bridge, const protocol::Vlan& /*vlan*/,
+                                             const pdu::MacAddress& address) const {
+  ndmsg which{};
+  which.ndm_family = AF_BRIDGE;
+  which.ndm_flags = NTF_MASTER;
+  Request request(RTM_GETNEIGH, NLM_F_ACK, which);
+  request.Add(NDA_LLADDR, address);
+  request.Add(NDA_MASTER, bridge);
+  std::optional<Index> port;
+  requests_.Dump(std::move(request), [&](const NetlinkMessage& message) {
+    const auto entry = ReadAs<ndmsg>(message.body);
+    if (message.header.nlmsg_type == RTM_NEWNEIGH && entry) port = static_cast<Index>(entry->ndm_ifindex);
+  });
+  return port;
 }
 
 Counters LinuxPorts::CountersOf(Index index) const {

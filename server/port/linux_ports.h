@@ -53,6 +53,9 @@ class LinuxPorts final : public Ports {
   protocol::ClockReading ReadClocks() override;
   void SetFaultAction(Index index, protocol::FaultAction action) override;
   bool SetLevelFilter(Index index, std::vector<protocol::LevelFilter> filters) override;
+  bool Carries(Index index, const protocol::Vlan& vlan) const override;
+  std::optional<Index> FindStation(Index bridge, const protocol::Vlan& vlan,
+                                   const pdu::MacAddress& address) const override;
   Counters CountersOf(Index index) const override;
 
  private:
@@ -80,7 +83,7 @@ class LinuxPorts final : public Ports {
   Options options_;
   Descriptor epoll_;
   Descriptor wake_;
-  NetlinkSocket requests_;
+  mutable NetlinkSocket requests_;
   LinkMonitor links_;
   ReceiveBatch batch_;
   std::map<Index, std::unique_ptr<Port>> ports_;

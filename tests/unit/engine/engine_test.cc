@@ -7,7 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <random>
 #include <string>
+#include <utility>
 
 #include "pdu/ccm.h"
 #include "simulation.h"
@@ -776,6 +779,99 @@ TEST(AnElement, TellsTheNameThatItWasGiven) {
   south.Do(EndPointOf(2, 3));
   simulation.RunFor(5s);
   EXPECT_THAT(south.announcer.Take(), Contains(HasSubstr("sender_id: \"north\"")));
+}
+
+TEST(AnElement, OutlivesAnyOrderOfRequestsAndOfPortsThatComeAndGo) {
+  const unsigned int seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const auto any = [&](unsigned int below) { return static_cast<unsigned int>(random() % below); };
+  Simulation simulation;
+  simulation.middleware.record_logs = false;
+  Element& element = simulation.Add();
+  Element& other = simulation.Add();
+  other.SetLink(9, "other0");
+  simulation.Join(element, 2, other, 9);
+  std::size_t worked = 0;
+  for (int i = 0; i < 20'000; ++i) {
+    const std::string md = "md_name: 'd" + std::to_string(any(2)) + "' ";
+    const std::string ma = md + "ma_name: '" + std::to_string(any(3)) + "' ";
+    const std::string mep = ma + "mep_id: " + std::to_string(1 + any(3)) + ' ';
+    const std::string probe = "probe_id: " + std::to_string(any(3)) + ' ';
+    switch (any(16)) {
+      case 0:
+        element.Do(FromText<pb::OpCreateMaintenanceDomain>(
+            "name: 'd" + std::to_string(any(2)) + "' format: " + (any(3) == 0 ? "1" : "4") +
+            " level: " + std::to_string(any(9)) + " mhf_creation: " + std::to_string(any(5))));
+        break;
+      case 1:
+      case 2:
+        element.Do(FromText<pb::OpCreateMaintenanceAssociation>(
+            ma + "format: " + std::to_string(2 + any(2)) + " ccm_interval: " + std::to_string(any(6)) +
+            " mep_ids: [1, 2, 3] mhf_creation: " + std::to_string(any(5)) + " sender_id: " + std::to_string(any(6)) +
+            (any(2) == 0 ? " vids: 7" : "") + " ais { enabled: true aux_u8: 7 aux_u32: 1 }"));
+        break;
+      case 3:
+      case 4:
+      case 5:
+      case 6:
+        element.Do(FromText<pb::OpCreateMaintenanceEndpoint>(
+            mep + "direction: " + std::to_string(1 + any(2)) + " ifindex: " + std::to_string(1 + any(4)) +
+            " admin_state: true tx_ccm_enabled: true ccm_priority: 7 primary_vid: " + (any(2) == 0 ? "7" : "0") +
+            " action: " + std::to_string(any(3))));
+        break;
+      case 7:
+        element.Do(FromText<pb::OpUpdateMaintenanceEndpoint>(mep + "admin_state: " + (any(2) == 0 ? "true" : "false")));
+        break;
+      case 8:
+        element.Do(FromText<pb::OpDeleteMaintenanceEndpoint>(mep));
+        break;
+      case 9:
+        if (any(4) == 0) element.Do(FromText<pb::OpDeleteMaintenanceAssociation>(ma));
+        break;
+      case 10:
+        if (any(8) == 0) element.Do(FromText<pb::OpDeleteMaintenanceDomain>("name: 'd" + std::to_string(any(2)) + "'"));
+        break;
+      case 11:
+        element.Do(FromText<pb::OpCreateDelayMeasurementProbe>(
+            probe + md + "ma_name: '1' interval: 1 local_mep_id: " + std::to_string(1 + any(3)) + " remote_mep_id: 2"));
+        break;
+      case 12:
+        element.Do(FromText<pb::OpCreateDelayMeasurementSession>(probe + "session_id: " + std::to_string(any(2)) +
+                                                                 " interval: 10 count: " + std::to_string(any(5))));
+        break;
+      case 13:
+        element.Do(FromText<pb::OpDeleteDelayMeasurementProbe>(probe));
+        break;
+      case 14: {
+        const port::Index index = 1 + any(4);
+        if (element.ports.links.contains(index) && any(2) == 0) {
+          element.RemoveLink(index);
+        } else {
+          port::Link& link = element.SetLink(index, "port" + std::to_string(index));
+          link.bridge = any(2) == 0 ? 99 : 0;
+          link.port_status = link.bridge == 0 ? pdu::PortStatus::kNone : pdu::PortStatus::kUp;
+          element.LinkChanged(index);
+        }
+        break;
+      }
+      default:
+        simulation.RunFor(std::chrono::milliseconds(any(200)));
+    }
+    if (i % 100 == 0) {
+      for (const auto& [port, frames] : std::exchange(element.ports.sent, {})) worked += frames.size();
+      element.announcer.Take();
+    }
+  }
+  for (const char* name : {"d0", "d1"}) {
+    pb::OpDeleteMaintenanceDomain request;
+    request.set_name(name);
+    element.Do(request);
+  }
+  simulation.RunFor(1s);
+  EXPECT_THAT(element.ports.open, IsEmpty());
+  EXPECT_THAT(element.engine.Statistics().local_stats(), SizeIs(0));
+  EXPECT_GT(worked, 1000U);
 }
 
 TEST(AnElement, AnnouncesTheStatusOfManyInPortions) {

@@ -73,6 +73,11 @@ class NoPorts final : public cfm::port::Ports {
   bool SetLevelFilter(cfm::port::Index /*index*/, std::vector<cfm::protocol::LevelFilter> /*filters*/) override {
     return false;
   }
+  bool Carries(cfm::port::Index /*index*/, const cfm::protocol::Vlan& /*vlan*/) const override { return true; }
+  std::optional<cfm::port::Index> FindStation(cfm::port::Index /*bridge*/, const cfm::protocol::Vlan& /*vlan*/,
+                                              const cfm::pdu::MacAddress& /*address*/) const override {
+    return std::nullopt;
+  }
   cfm::port::Counters CountersOf(cfm::port::Index /*index*/) const override { return {}; }
 };
 
