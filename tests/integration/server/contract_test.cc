@@ -4,6 +4,7 @@
 
 #include <set>
 #include <string>
+#include <type_traits>
 
 #include "cfm/identities.h"
 #include "raw_client.h"
@@ -48,10 +49,12 @@ class TheServer : public testing::Test {
     CreateEndpoint("md_name: 'd' ma_name: 'a' mep_id: 11");
   }
 
-  // The next reply or event as "NAME {fields}".
+  // The next reply or event as "NAME {fields}"; passes over the status of end points when another message is asked for.
   template <typename Message>
   static std::string NextText(RawClient& client) {
-    const auto received = client.Next();
+    constexpr bool kAnyEvent = std::is_same_v<Message, pb::StatusLocalMaintenanceEndpoint>;
+    auto received = client.Next();
+    while (!kAnyEvent && received && received->name == "CFM_MGR_SRV_EVENT_STATUS_LOCAL_MEP") received = client.Next();
     if (!received) return "nothing";
     return received->name + " {" + received->As<Message>().ShortDebugString() + "}";
   }
@@ -144,11 +147,16 @@ TEST_F(TheServer, AnswersStatisticsWithNoneAndTakesTheirClear) {
   EXPECT_EQ(NextText<pb::OpReplyAllStats>(client_), "CFM_MGR_S2C_SIG_STATS_REPLY {}");
 }
 
-TEST_F(TheServer, AnswersAStatusRequestWithNothingWhileNoMepHasAState) {
+TEST_F(TheServer, AnswersAStatusRequestWithAnEventForEachEndPoint) {
   CreateTree();
+  const std::string status =
+      "CFM_MGR_SRV_EVENT_STATUS_LOCAL_MEP {md_name: \"d\" ma_name: \"a\" mac: \"\\000\\000\\000\\000\\000\\000\" "
+      "local_mep_id: 11 highest_defect: 0 intf_status: 6 port_state: 0 block_state: 0 shutdown_state: 0 rdi: false "
+      "defect_mac_status: false defect_remote_ccm: false defect_error_ccm: false defect_xcon_ccm: false defect_rdi: "
+      "false defect_ais: false}";
+  EXPECT_EQ(NextText<pb::StatusLocalMaintenanceEndpoint>(client_), status) << "at its creation";
   client_.Send(CFM_MGR_C2S_SIG_STATUS_GET_ALL);
-  client_.Send(CFM_MGR_C2S_SIG_STATS_GET);
-  EXPECT_EQ(NextText<pb::OpReplyAllStats>(client_), "CFM_MGR_S2C_SIG_STATS_REPLY {}");
+  EXPECT_EQ(NextText<pb::StatusLocalMaintenanceEndpoint>(client_), status);
 }
 
 TEST_F(TheServer, RefusesTestsForTheirReasons) {
@@ -207,19 +215,26 @@ TEST_F(TheServer, SurvivesClientsThatComeAndGo) {
   EXPECT_EQ(client_.Cache().endpoints_size(), 1);
 }
 
+// On a port and a VLAN of its own; the ports do not exist.
+void Place(uint32_t association, pb::OpCreateMaintenanceEndpoint& endpoint) {
+  endpoint.set_ifindex(1'000'000 + association);
+  endpoint.set_primary_vid(endpoint.mep_id());
+}
+
 TEST_F(TheServer, Holds100000EndPointsAndGivesThemBack) {
   constexpr uint32_t kAssociations = 100;
   constexpr uint32_t kEach = 1000;
-  CreateDomain("name: 'd'");
+  CreateDomain("name: 'd' format: 4");
   auto endpoint = From<pb::OpCreateMaintenanceEndpoint>(
-      "md_name: 'd' direction: 1 ifindex: 1 primary_vid: 10 inner_vid: 0 ccm_priority: 7 admin_state: true "
+      "md_name: 'd' direction: 1 inner_vid: 0 ccm_priority: 7 admin_state: true "
       "tx_ccm_enabled: true aux_flag: false lowest_prio_defect_allowed: 2 fng_alarm_time: 250 fng_reset_time: 1000 "
       "action: 0");
   for (uint32_t a = 0; a < kAssociations; ++a) {
-    CreateAssociation("md_name: 'd' ma_name: '" + std::to_string(a) + "'");
+    CreateAssociation("md_name: 'd' format: 2 ma_name: '" + std::to_string(a) + "'");
     endpoint.set_ma_name(std::to_string(a));
     for (uint32_t id = 1; id <= kEach; ++id) {
       endpoint.set_mep_id(id);
+      Place(a, endpoint);
       client_.Send(CFM_MGR_C2S_SIG_MEP_CREATE, endpoint);
     }
   }
@@ -229,6 +244,7 @@ TEST_F(TheServer, Holds100000EndPointsAndGivesThemBack) {
     distinct.emplace(held.ma_name(), held.mep_id());
     endpoint.set_ma_name(held.ma_name());
     endpoint.set_mep_id(held.mep_id());
+    Place(static_cast<uint32_t>(std::stoul(held.ma_name())), endpoint);
     ASSERT_EQ(held.SerializeAsString(), endpoint.SerializeAsString());
   }
   EXPECT_EQ(distinct.size(), kAssociations * kEach);
