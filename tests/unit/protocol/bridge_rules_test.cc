@@ -21,10 +21,8 @@ namespace cfm::protocol {
 namespace {
 
 using namespace std::chrono_literals;
-using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::Lt;
 using ::testing::SizeIs;
 
 // ---- Where there are MIPs ----
@@ -105,6 +103,7 @@ const std::vector<CheckedPort> kPorts = {{.index = 1, .name = "eth1", .vlans = {
 
 std::vector<std::string> Texts(const std::vector<Finding>& findings) {
   std::vector<std::string> texts;
+  texts.reserve(findings.size());
   for (const Finding& finding : findings) texts.push_back(finding.text);
   return texts;
 }
