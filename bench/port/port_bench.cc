@@ -8,6 +8,8 @@
 //             same socket options. The far end hears nothing, so that the other side costs the same and little.
 //   receive   a burst that lies in the socket, taken by Poll() until all frames are handed over, against recvmmsg() in
 //             batches of the same size into the same buffers. How it got there is not measured.
+//   flood     another process sends CFM frames as fast as it can; how long a call of Poll() keeps its caller from its
+//             timers then, the time for which the system runs others included.
 // Repetitions of both variants take turns; the medians are printed. --quick only shows that all of it works. Ends with
 // status 77 where the system refuses the namespaces.
 #include <arpa/inet.h>
@@ -20,13 +22,16 @@
 #include <net/if.h>
 #include <poll.h>
 #include <sched.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <zlog.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -292,6 +297,46 @@ void MeasureReceive(const Cable& cable, LinuxPorts& ports, Counter& told, int fa
   Print("receive", std::move(layer_ns), std::move(bare_ns));
 }
 
+pid_t StartFlood(int far, const cfm::pdu::EthernetHeader& header) {
+  const pid_t parent = getpid();
+  const pid_t child = fork();
+  if (child < 0) ThrowErrno("fork");
+  if (child > 0) return child;
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  try {
+    Burst burst(header);
+    while (getppid() == parent) burst.Send(far);
+  } catch (const std::system_error& error) {
+    std::fprintf(stderr, "cfm_port_bench: %s\n", error.what());
+  }
+  _exit(1);
+}
+
+void MeasureFlood(const Cable& cable, LinuxPorts& ports, const Counter& told, int far, std::chrono::milliseconds time) {
+  const auto overrun_before = ports.CountersOf(cable.near).overrun;
+  const std::size_t frames_before = told.frames;
+  const pid_t flood = StartFlood(far, cable.header);
+  std::vector<double> polls_us;
+  const auto start = Clock::now();
+  while (Clock::now() - start < time) {
+    pollfd ready{ports.fd(), POLLIN, 0};
+    poll(&ready, 1, 1);
+    const auto before = Clock::now();
+    ports.Poll();
+    polls_us.push_back(std::chrono::duration<double, std::micro>(Clock::now() - before).count());
+  }
+  const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  kill(flood, SIGKILL);
+  waitpid(flood, nullptr, 0);
+  const auto taken = static_cast<double>(told.frames - frames_before);
+  const auto overrun = static_cast<double>(ports.CountersOf(cable.near).overrun - overrun_before);
+  if (taken == 0) throw std::runtime_error("no flood");
+  std::ranges::sort(polls_us);
+  std::printf("flood    %9.0f frames/s arrive, %9.0f are taken; Poll() takes %.0f us (99.9 %%: %.0f, longest: %.0f)\n",
+              (taken + overrun) / seconds, taken / seconds, polls_us[polls_us.size() / 2],
+              polls_us[polls_us.size() * 999 / 1000], polls_us.back());
+}
+
 int Run(bool is_quick) {
   const std::size_t repetitions = is_quick ? 3 : 21;
   const std::size_t bursts = is_quick ? 10 : 1000;
@@ -322,6 +367,7 @@ int Run(bool is_quick) {
   if (!ports.Open(cable.near)) throw std::runtime_error("the port does not open");
   MeasureSend(cable, ports, told, repetitions, bursts);
   MeasureReceive(cable, ports, told, far.get(), repetitions, bursts);
+  MeasureFlood(cable, ports, told, far.get(), is_quick ? std::chrono::milliseconds(100) : std::chrono::seconds(5));
   return 0;
 }
 
