@@ -23,7 +23,6 @@ void Mip::SetPort(const PortState& port) {
 }
 
 bool Mip::Stops(const pdu::EthernetHeader& ethernet, const pdu::Header& header) const {
-  if (header.level != place_.level) return false;
   const bool to_own_address = ethernet.destination == port_.address;
   if (header.opcode == pdu::Opcode::kLbm) return to_own_address;
   return header.opcode == pdu::Opcode::kLtm &&

@@ -44,7 +44,7 @@ class Mip {
 
   const MipPlace& place() const { return place_; }
 
-  /// Whether a frame on its VLAN goes no further than here: an LTM of its level, and an LBM to its own address.
+  /// Whether a frame on its VLAN and of its level goes no further than here: an LTM, and an LBM to its own address.
   bool Stops(const pdu::EthernetHeader& ethernet, const pdu::Header& header) const;
 
   /// A frame on its VLAN from this side. `origin` is the port by which it entered the bridge. Where CCMs of its level

@@ -357,6 +357,44 @@ TEST_F(ABridge, LetsItsOwnUpMepsFindLoopAndMeasureEachOther) {
   }
 }
 
+TEST_F(ABridge, ShowsItsUpMepsNothingThatItDoesNotBringThem) {
+  MepSettings settings = Silent();
+  settings.primary_vid = 100;
+  Mep& up = *element_.AddMep(1, 5, 1, Direction::kUp, settings).mep;
+  const auto state = [&up] { return up.remotes().Find(2)->status().state; };
+  const auto arrive = [this] { Arrive(2, From(Behind(2), Group(5), 100), CcmOctets(5)); };
+  const ElementPort good = element_.PortSettings(2);
+  ElementPort blocked = good;
+  blocked.state.port_status = pdu::PortStatus::kBlocked;
+  element_.Change(2, blocked);
+  arrive();
+  EXPECT_EQ(state(), RemoteState::kStart) << "the way in is blocked";
+  element_.Change(2, good);
+  element_.outside = {{2, {.vid = 100}}};
+  arrive();
+  EXPECT_EQ(state(), RemoteState::kStart) << "the way in is not on the VLAN";
+  element_.outside = {{1, {.vid = 100}}};
+  arrive();
+  EXPECT_EQ(state(), RemoteState::kStart) << "its own port is not on the VLAN";
+  element_.outside.clear();
+  arrive();
+  EXPECT_EQ(state(), RemoteState::kOk);
+}
+
+TEST_F(ABridge, SendsNothingOutThatIsForOneOfItsOwnPorts) {
+  auto& one = element_.AddMep(1, 5, 1, Direction::kUp, Watching(4, {1, 2}));
+  auto& two = element_.AddMep(2, 5, 2, Direction::kUp, Watching(4, {1, 2}));
+  network_.RunFor(3s);
+  MepSettings disabled = Silent();
+  disabled.enabled = false;
+  element_.Update(two, disabled);
+  element_.TakeTransmitted();
+  EXPECT_FALSE(one.mep->StartLoopback({.trigger_id = 1, .target_mep_id = 2}, network_.now()));
+  network_.RunFor(10s);
+  EXPECT_THAT(one.events, Contains("loopback 1 ended: 1 expected, 0 in order, 0 out of order, 0 wrong"));
+  for (const Transmitted& frame : element_.TakeTransmitted()) EXPECT_NE(frame.opcode(), pdu::Opcode::kLbm);
+}
+
 TEST_F(ABridge, KeepsAnUpMepGoingWhoseOwnPortIsDown) {
   auto& up = element_.AddMep(1, 5, 1, Direction::kUp, Watching(4, {1, 2}));
   network_.RunFor(1s);
@@ -465,6 +503,19 @@ TEST_F(ABridge, FindsATargetInTheCcmDatabaseUnlessTheTraceRefusesThat) {
   element_.points.RemovePort(2);
   element_.points.SetPort(2, element_.PortSettings(2));
   EXPECT_THAT(ArriveLtm(1, ltm), IsEmpty()) << "what was behind a port that went is forgotten";
+}
+
+TEST_F(ABridge, NotesNoStationThatACcmToTheWrongAddressOrAnUnreadableOneNames) {
+  element_.AddMips(5);
+  Arrive(2, From(Behind(2), Group(4)), CcmOctets(5));
+  Octets unreadable = CcmOctets(5);
+  unreadable[3] = 69;
+  Arrive(2, From(Behind(2), Group(5)), unreadable);
+  Arrive(2, From(Behind(2), Group(4)), CcmOctets(4));
+  element_.table.clear();
+  pdu::Ltm ltm = LtmFrom(Behind(1), Behind(2));
+  ltm.use_fdb_only = false;
+  EXPECT_THAT(ArriveLtm(1, ltm), IsEmpty());
 }
 
 TEST_F(ABridge, CountsTheHopsOfALinktrace) {
