@@ -247,9 +247,16 @@ class RandomRequests : public testing::Test {
   std::map<Verdict, int> verdicts_;
 };
 
+#ifdef CFM_SANITIZED
+// Wrong use of memory shows in few; that the cache is right is shown without sanitizers.
+constexpr int kRequests = 20'000;
+#else
+constexpr int kRequests = 100'000;
+#endif
+
 TEST_F(RandomRequests, LeaveTheCacheAsTheModelHasIt) {
   SCOPED_TRACE("seed " + std::to_string(seed_));
-  for (int i = 0; i < 100'000 && !HasFatalFailure(); ++i) {
+  for (int i = 0; i < kRequests && !HasFatalFailure(); ++i) {
     switch (generator_.Below(20)) {
       case 0:
       case 1:
@@ -301,7 +308,7 @@ TEST_F(RandomRequests, LeaveTheCacheAsTheModelHasIt) {
   // The draw reaches every verdict often, or the run has shown little.
   for (const Verdict verdict : {Verdict::kCreated, Verdict::kReplaced, Verdict::kUpdated, Verdict::kUnchanged,
                                 Verdict::kRemoved, Verdict::kRefused}) {
-    EXPECT_GT(verdicts_[verdict], 100) << static_cast<int>(verdict);
+    EXPECT_GT(verdicts_[verdict], kRequests / 1000) << static_cast<int>(verdict);
   }
 }
 
