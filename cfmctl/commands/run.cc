@@ -33,8 +33,8 @@ using Clock = EventLoop::Clock;
 
 class Runner {
  public:
-  explicit Runner(const GlobalOptions& options)
-      : options_(options),
+  explicit Runner(GlobalOptions options)
+      : options_(std::move(options)),
         configuration_(Load()),
         signals_(loop_, {SIGINT, SIGTERM, SIGHUP}, [this](int signal) { Signalled(signal); }),
         watch_(loop_, options_.config_file, [this] { FileTouched(); }),
