@@ -1,5 +1,7 @@
 #include "engine/end_point.h"
 
+#include <chrono>
+#include <cinttypes>
 #include <utility>
 
 #include "cfm/identities.h"
@@ -79,6 +81,15 @@ void EndPoint::LocalStatusChanged(const protocol::LocalStatus& status) {
 
 void EndPoint::FaultActionChanged(protocol::FaultAction action) {
   fault_actions_.FaultActionChanged(*this, action);
+}
+
+void EndPoint::CcmWasLate(std::uint64_t late) {
+  const auto held_back = surroundings_.late_lines.Allow(std::chrono::steady_clock::now());
+  if (!held_back) return;
+  zlog_warn(surroundings_.log,
+            "%s: a CCM left more than 1.5 intervals after the one before, %" PRIu64 " in all; %" PRIu64
+            " lines like this were held back",
+            contract::ToText(key_).c_str(), late, *held_back);
 }
 
 void EndPoint::CcmDefectBegan(const protocol::OffendingCcm& offender) {

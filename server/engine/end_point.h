@@ -25,6 +25,7 @@ struct Surroundings {
   contract::Announcer& announcer;
   zlog_category_t* log;
   protocol::Random random;
+  mutable port::LogLimit late_lines{};  ///< of all, as they are late together
 };
 
 class EndPoint;
@@ -89,6 +90,7 @@ class EndPoint final : public protocol::MepOutput {
   void RemoteRemoved(std::uint16_t mep_id) override;
   void LocalStatusChanged(const protocol::LocalStatus& status) override;
   void FaultActionChanged(protocol::FaultAction action) override;
+  void CcmWasLate(std::uint64_t late) override;
   void CcmDefectBegan(const protocol::OffendingCcm& offender) override;
   void LoopbackStarted(std::uint32_t trigger_id, const pdu::MacAddress& target) override;
   void LoopbackReply(std::uint32_t trigger_id, std::uint32_t transaction_id, const pdu::MacAddress& source) override;

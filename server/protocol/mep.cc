@@ -248,6 +248,8 @@ void Mep::Stamped(std::uint32_t stamp_id, const Stamps& stamps) {
 }
 
 void Mep::NotSent(pdu::Octets pdu) {
+  // A CCM of an Up MEP leaves by several ports, and by some of them it did.
+  if (identity_.direction == Direction::kUp) return;
   if (const auto header = pdu::DecodeHeader(pdu); header && header->opcode == pdu::Opcode::kCcm) ccm_sender_.NotSent();
 }
 
@@ -257,7 +259,9 @@ void Mep::Advance(TimePoint now) {
   cross_connect_.Advance(now);
   ais_.Advance(now);
   ais_sender_.Advance(now);
+  const std::uint64_t late = ccm_sender_.counters().late;
   ccm_sender_.Advance(now);
+  if (ccm_sender_.counters().late != late) output_.CcmWasLate(ccm_sender_.counters().late);
   loopback_.Advance(now);
   loopback_responder_.Advance(now);
   linktrace_.Advance(now);

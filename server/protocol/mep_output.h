@@ -31,6 +31,8 @@ class LocalOutput {
   virtual void LocalStatusChanged(const LocalStatus& status) = 0;
   /// What the port is to suffer from now on because of this end point; none: nothing any more.
   virtual void FaultActionChanged(FaultAction action) = 0;
+  /// A CCM left more than 1.5 intervals after the one before; `late`: how many have.
+  virtual void CcmWasLate(std::uint64_t late) = 0;
   /// A CCM error or a cross-connect has begun.
   virtual void CcmDefectBegan(const OffendingCcm& offender) = 0;
 

@@ -216,6 +216,15 @@ TEST_F(AMep, TellsAChangeOfItsInterfaceInAnExtraCcm) {
 
 // ---- Level and addresses ----
 
+TEST_F(AMep, TellsOfACcmThatIsLate) {
+  Advance(1s);
+  output_.now += 2600ms;  // nobody comes for it
+  mep_.Advance(output_.now);
+  EXPECT_THAT(output_.TakeEvents(), Contains("late CCMs: 1"));
+  Advance(2s);
+  EXPECT_THAT(output_.TakeEvents(), Not(Contains("late CCMs: 2")));
+}
+
 TEST_F(AMep, LetsHigherLevelsPass) {
   Deliver(LbmOctets(6), Station(1));
   Deliver(Octets{0xe0, 99, 0, 0}, Group(7));

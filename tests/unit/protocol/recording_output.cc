@@ -68,6 +68,10 @@ void RecordingOutput::FaultActionChanged(FaultAction action) {
   events.push_back(Line("action ", static_cast<int>(action)));
 }
 
+void RecordingOutput::CcmWasLate(std::uint64_t late) {
+  events.push_back(Line("late CCMs: ", late));
+}
+
 void RecordingOutput::CcmDefectBegan(const OffendingCcm& offender) {
   events.push_back(Line("defect: ", ToText(offender.reason), ", from ", NumberOf(offender.source), ", level ",
                         static_cast<int>(offender.level), ", id ", offender.mep_id, ", interval ",

@@ -33,6 +33,7 @@ class RecordingOutput : public MepOutput {
   void RemoteRemoved(std::uint16_t mep_id) override;
   void LocalStatusChanged(const LocalStatus& status) override;
   void FaultActionChanged(FaultAction action) override;
+  void CcmWasLate(std::uint64_t late) override;
   void CcmDefectBegan(const OffendingCcm& offender) override;
   void LoopbackStarted(std::uint32_t trigger_id, const pdu::MacAddress& target) override;
   void LoopbackReply(std::uint32_t trigger_id, std::uint32_t transaction_id, const pdu::MacAddress& source) override;
