@@ -20,10 +20,8 @@ namespace cfm_test {
 namespace {
 
 using namespace std::chrono_literals;
-using cfm::CcmInterval;
 using cfm::pdu::EthernetHeader;
 using cfm::pdu::Opcode;
-using cfm::pdu::Tag;
 using testing::ElementsAre;
 using testing::SizeIs;
 
@@ -286,8 +284,7 @@ TEST_F(Diagnostics, ReportEverySessionOfAProbe) {
 
   // A run that ends before its time says so.
   near_.events().Clear();
-  probe.probes[3].sessions = {{1, {1000, 10, 64, 5}}};
-  probe.probes[3].interval = 60;
+  probe.probes = {{4, {4, 60, near_mep_.md, near_mep_.ma, 1, 2, {{1, {1000, 10, 64, 5}}}}}};
   near_.Configure(probe);
   Wire far_wire(far_cable_.first);
   const auto is_proactive = [](const Frame& frame) {
@@ -298,8 +295,10 @@ TEST_F(Diagnostics, ReportEverySessionOfAProbe) {
   near_.Configure(cfm::probe{});
   ASSERT_TRUE(near_.WaitFor([&] {
     const auto& sessions = near_.events().sessions;
-    return !sessions.empty() && sessions.back().report_flag == 0 && sessions.back().report_u32_5 >= 20;
+    return !sessions.empty() && sessions.back().report_u32_1 == 4;
   }));
+  EXPECT_EQ(near_.events().sessions.back().report_flag, 0);
+  EXPECT_GE(near_.events().sessions.back().report_u32_5, 20U);
   EXPECT_EQ(near_.events().sessions.back().report_u32_5,
             near_.events().sessions.back().report_u32_6 + near_.events().sessions.back().report_u32_7);
 }

@@ -27,9 +27,7 @@ using cfm::FaultAction;
 using cfm::pdu::Ccm;
 using cfm::pdu::MacAddress;
 using cfm::pdu::Opcode;
-using testing::Contains;
 using testing::IsEmpty;
-using testing::Not;
 
 constexpr const char* kFaultless = "rdi 0 interface up port none block 0 shutdown 0 highest none defects -";
 

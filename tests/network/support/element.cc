@@ -134,6 +134,11 @@ void Element::StartServer(const std::vector<std::string>& options) {
   server_.emplace(arguments, Process::Environment{{"VORBUS_DIR", directory_.path()}}, network_.fd());
 }
 
+void Element::KillServer() {
+  server_->Kill();
+  EXPECT_TRUE(WaitFor([this] { return server_pid_ == 0; }));
+}
+
 void Element::Configure(const cfm::hierarchy& hierarchy) {
   const Inside inside(network_);  // where the ports are looked for
   client_->UpdateConfig(hierarchy);
@@ -154,6 +159,10 @@ bool Element::WaitFor(const std::function<bool()>& condition, std::chrono::milli
     pollfd readable{vorbus_fd(token_), POLLIN, 0};
     poll(&readable, 1, static_cast<int>(std::min<decltype(left)>(left, 60'000)));
   }
+}
+
+void Element::Listen(std::chrono::milliseconds duration) {
+  WaitFor([] { return false; }, duration);
 }
 
 std::optional<Statistics> Element::Settle(std::chrono::milliseconds timeout) {

@@ -82,7 +82,8 @@ class Element {
 
   void StartServer(const std::vector<std::string>& options = {});
   Process& server() { return *server_; }
-  void KillServer() { server_->Kill(); }
+  /// The client knows that it is gone when this returns.
+  void KillServer();
 
   /// Hands a configuration over. The server comes to know it while the element waits.
   void Configure(const cfm::hierarchy& hierarchy);
@@ -94,6 +95,8 @@ class Element {
 
   /// Takes what the server says until that holds; false when it does not in time.
   bool WaitFor(const std::function<bool()>& condition, std::chrono::milliseconds timeout = kDeadline);
+  /// Takes what the server says for that long.
+  void Listen(std::chrono::milliseconds duration);
   /// Waits until the server has dealt with all that it was told, and hands out the counters that it has then.
   std::optional<Statistics> Settle(std::chrono::milliseconds timeout = kDeadline);
   bool WaitForRemote(const RemoteKey& key, std::uint32_t state);

@@ -61,6 +61,15 @@ std::string ToText(const cfm::st_remote_mep_status& status) {
                "'" + status.sender_id + "'");
 }
 
+void PrintTo(const LocalEvent& event, std::ostream* stream) {
+  *stream << Words(event.key.md, event.key.ma, event.key.mep_id, ToText(event.status));
+}
+
+void PrintTo(const RemoteEvent& event, std::ostream* stream) {
+  *stream << Words(event.key.local.md, event.key.local.ma, event.key.local.mep_id, event.key.mep_id,
+                   ToText(event.status));
+}
+
 const cfm::st_local_mep_status* Events::Local(const LocalKey& key) const {
   return LastOf(local, key);
 }

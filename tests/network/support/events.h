@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <iosfwd>
 #include <map>
 #include <string>
 #include <tuple>
@@ -52,6 +53,9 @@ struct RemoteEvent {
 std::string ToText(const cfm::st_local_mep_status& status);
 /// "ok MAC rdi 0 interface up port none sender 'TEXT'".
 std::string ToText(const cfm::st_remote_mep_status& status);
+
+void PrintTo(const LocalEvent& event, std::ostream* stream);
+void PrintTo(const RemoteEvent& event, std::ostream* stream);
 
 struct DelayEnd {
   std::uint32_t trigger_id = 0;

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -32,6 +33,12 @@ class OneElement : public testing::Test {
     Run();
     peer_.emplace(wire_, mep_, 2);
     ASSERT_TRUE(element_.WaitForRemote(mep_.remote(2), kRemoteOk)) << element_.server().Errors();
+  }
+
+  /// Waits for the answers to what the client library asks of a server that it has found, and forgets all events.
+  void ForgetTheBeginning() {
+    element_.Listen(std::chrono::milliseconds(300));
+    element_.events().Clear();
   }
 
   /// Waits until the server has dealt with all frames that were sent to it: it has answered a last one. What it sent
