@@ -329,7 +329,9 @@ Engine::Port& Engine::PortOf(port::Index configured) {
   return port->second;
 }
 
-void Engine::LinkChanged(const port::Link& link) {
+void Engine::LinkChanged(const port::Link& told) {
+  port::Link link = told;
+  if (vlan_bridges_.contains(link.bridge)) link.bridge = 0;
   if (link.is_ethernet) {
     const bool was_nameless = !system_ && links_.empty();
     links_.insert_or_assign(link.index, link);
@@ -345,10 +347,29 @@ void Engine::LinkChanged(const port::Link& link) {
                                            : port.name == link.name;
     if (is_it) Bind(port, &link);
   }
+  if (link.filters_vlans != vlan_bridges_.contains(link.index)) BridgeChanged(link);
+}
+
+void Engine::BridgeChanged(const port::Link& bridge) {
+  if (bridge.filters_vlans) {
+    zlog_warn(surroundings_.log,
+              "bridge %s filters by VLAN, which is not supported: end points that face it, and MIPs, do not work there",
+              contract::Quoted(bridge.name).c_str());
+    vlan_bridges_.insert(bridge.index);
+  } else {
+    vlan_bridges_.erase(bridge.index);
+  }
+  std::vector<port::Link> members;
+  for (const auto& [index, link] : links_) {
+    const port::Link* member = ports_.Find(index);
+    if (member != nullptr && member->bridge == bridge.index) members.push_back(*member);
+  }
+  for (const port::Link& member : members) LinkChanged(member);
 }
 
 void Engine::LinkRemoved(port::Index index) {
   links_.erase(index);
+  vlan_bridges_.erase(index);
   for (auto& [configured, port] : configured_ports_) {
     if (port.link == index) Bind(port, nullptr);
   }
@@ -385,7 +406,7 @@ void Engine::Bind(Port& port, const port::Link* link) {
 
 protocol::PortState Engine::StateFor(const EndPointPlan& plan, const Port& port) const {
   if (plan.identity.direction == protocol::Direction::kDown || port.in_bridge || port.link == 0) return port.state;
-  zlog_warn(surroundings_.log, "MEP %u does not work on port %s: it faces a bridge, and the port is in none",
+  zlog_warn(surroundings_.log, "MEP %u does not work on port %s: it faces a bridge, and the port is in none that works",
             plan.identity.mep_id, contract::Quoted(port.name).c_str());
   return StateOfNoPort(port.name);
 }
@@ -456,7 +477,6 @@ std::vector<protocol::MipSettings> Engine::WantedMips(const std::set<port::Index
       checked[port].index = port;
       checked[port].name = links_.at(port).name;
       for (const protocol::Vlan& vlan : ma.vlans) {
-        if (!ports_.Carries(port, vlan)) continue;
         checked[port].vlans.insert(vlan);
         protocol::CoveredVlan& at = covered[{port, vlan}];
         at.port = port;

@@ -108,12 +108,11 @@ class Engine final : public contract::Machinery,
   class Relay final : public protocol::Forwarding {
    public:
     explicit Relay(port::Ports& ports) : ports_(ports) {}
-    bool Carries(protocol::PortIndex port, const protocol::Vlan& vlan) const override {
-      return ports_.Carries(port, vlan);
-    }
-    std::optional<protocol::PortIndex> Find(protocol::PortIndex bridge, const protocol::Vlan& vlan,
+    /// Bridges that filter by VLAN are not among those that the points know.
+    bool Carries(protocol::PortIndex /*port*/, const protocol::Vlan& /*vlan*/) const override { return true; }
+    std::optional<protocol::PortIndex> Find(protocol::PortIndex bridge, const protocol::Vlan& /*vlan*/,
                                             const pdu::MacAddress& address) const override {
-      return ports_.FindStation(bridge, vlan, address);
+      return ports_.FindStation(bridge, address);
     }
 
    private:
@@ -155,6 +154,8 @@ class Engine final : public contract::Machinery,
   void LogFindings(std::vector<protocol::Finding> findings);
   void Filter(port::Index index, Wire& wire);
 
+  void BridgeChanged(const port::Link& bridge);
+
   Port& PortOf(port::Index configured);
   void Bind(Port& port, const port::Link* link);
   /// What an end point sees of its port: an Up MEP nothing outside of a bridge.
@@ -190,6 +191,7 @@ class Engine final : public contract::Machinery,
   std::map<port::Index, Port> configured_ports_;  ///< by the index that the configuration gave
   std::map<port::Index, Wire> wires_;             ///< by the index of the interface
   std::map<port::Index, port::Link> links_;       ///< all that are Ethernet interfaces
+  std::set<port::Index> vlan_bridges_;            ///< bridges that filter by VLAN: their ports count as being in none
   Relay relay_{ports_};
   protocol::MaintenancePoints points_;
   bool bridges_settled_ = true;

@@ -63,6 +63,10 @@ LinkNotice ReadState(const ifinfomsg& fixed, Octets attributes) {
         if (ReadText(FindAttribute(attribute->value, IFLA_INFO_SLAVE_KIND)) == "bridge") {
           link.port_status = ToPortStatus(FindAttribute(attribute->value, IFLA_INFO_SLAVE_DATA));
         }
+        if (ReadText(FindAttribute(attribute->value, IFLA_INFO_KIND)) == "bridge") {
+          const Octets bridge = FindAttribute(attribute->value, IFLA_INFO_DATA);
+          link.filters_vlans = ReadAs<std::uint8_t>(FindAttribute(bridge, IFLA_BR_VLAN_FILTERING)).value_or(0) != 0;
+        }
         break;
       default:
         break;

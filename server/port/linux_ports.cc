@@ -197,12 +197,7 @@ bool LinuxPorts::SetLevelFilter(Index index, std::vector<protocol::LevelFilter> 
   return !refusal;
 }
 
-bool LinuxPorts::Carries(Index /*index*/, const protocol::Vlan& /*vlan*/) const {
-  return true;
-}
-
-std::optional<Index> LinuxPorts::FindStation(Index bridge, const protocol::Vlan& /*vlan*/,
-                                             const pdu::MacAddress& address) const {
+std::optional<Index> LinuxPorts::FindStation(Index bridge, const pdu::MacAddress& address) const {
   ndmsg which{};
   which.ndm_family = AF_BRIDGE;
   which.ndm_flags = NTF_MASTER;

@@ -53,9 +53,7 @@ class LinuxPorts final : public Ports {
   protocol::ClockReading ReadClocks() override;
   void SetFaultAction(Index index, protocol::FaultAction action) override;
   bool SetLevelFilter(Index index, std::vector<protocol::LevelFilter> filters) override;
-  bool Carries(Index index, const protocol::Vlan& vlan) const override;
-  std::optional<Index> FindStation(Index bridge, const protocol::Vlan& vlan,
-                                   const pdu::MacAddress& address) const override;
+  std::optional<Index> FindStation(Index bridge, const pdu::MacAddress& address) const override;
   Counters CountersOf(Index index) const override;
 
  private:

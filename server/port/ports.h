@@ -33,6 +33,7 @@ struct Link {
   protocol::LinkState state;
   Index bridge = 0;                                      ///< the bridge that this is a port of; 0: none
   pdu::PortStatus port_status = pdu::PortStatus::kNone;  ///< of a bridge's port: up when it forwards
+  bool filters_vlans = false;                            ///< of a bridge: its ports take part in some VLANs only
 
   bool operator==(const Link&) const = default;
 };
@@ -89,11 +90,8 @@ class Ports {
   /// Undone when the port is closed.
   virtual bool SetLevelFilter(Index index, std::vector<protocol::LevelFilter> filters) = 0;
 
-  /// Whether a bridge's port takes part in a VLAN; all do on a bridge that does not filter by VLAN.
-  virtual bool Carries(Index index, const protocol::Vlan& vlan) const = 0;
-  /// The port of a station by the bridge's table. None: it is not in it.
-  virtual std::optional<Index> FindStation(Index bridge, const protocol::Vlan& vlan,
-                                           const pdu::MacAddress& address) const = 0;
+  /// The port of a station by the table of a bridge that does not filter by VLAN. None: it is not in it.
+  virtual std::optional<Index> FindStation(Index bridge, const pdu::MacAddress& address) const = 0;
 
   /// Of an open port; else zeros.
   virtual Counters CountersOf(Index index) const = 0;

@@ -730,6 +730,26 @@ TEST_F(AcrossABridge, AnUpMepOutsideOfABridgeDoesNotWork) {
   EXPECT_EQ(west.ports.sent[2].size(), sent);
 }
 
+TEST_F(AcrossABridge, NothingWorksTowardsABridgeThatFiltersByVlan) {
+  middle.Do(Domain("mhf_creation: 2"));
+  middle.Do(Association("mhf_creation: 4 mep_ids: [3]"));
+  middle.Do(EndPointOf(3, 11, "direction: 2 primary_vid: 7"));
+  simulation.RunFor(1s);
+  EXPECT_THAT(middle.ports.open, ElementsAre(10, 11));
+  middle.announcer.Take();
+  port::Link& bridge = middle.SetLink(99, "bridge");
+  bridge.filters_vlans = true;
+  middle.LinkChanged(99);
+  simulation.RunFor(1s);
+  EXPECT_THAT(middle.announcer.Take(), Contains(AllOf(HasSubstr("local_mep_id: 3"), HasSubstr("intf_status: 6"))));
+  EXPECT_THAT(middle.ports.open, ElementsAre(11));
+  bridge.filters_vlans = false;
+  middle.LinkChanged(99);
+  simulation.RunFor(1s);
+  EXPECT_THAT(middle.announcer.Take(), Contains(AllOf(HasSubstr("local_mep_id: 3"), HasSubstr("intf_status: 1"))));
+  EXPECT_THAT(middle.ports.open, ElementsAre(10, 11));
+}
+
 // ---- Sender ID ----
 
 TEST_F(TwoElements, TellWhoTheyAreByTheLowestAddressOfTheirPorts) {

@@ -55,8 +55,7 @@ bool SimulatedPorts::SetLevelFilter(port::Index index, std::vector<protocol::Lev
   return true;
 }
 
-std::optional<port::Index> SimulatedPorts::FindStation(port::Index /*bridge*/, const protocol::Vlan& /*vlan*/,
-                                                       const pdu::MacAddress& address) const {
+std::optional<port::Index> SimulatedPorts::FindStation(port::Index /*bridge*/, const pdu::MacAddress& address) const {
   const auto station = stations_.find(address);
   return station == stations_.end() ? std::nullopt : std::optional(station->second);
 }

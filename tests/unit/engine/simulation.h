@@ -40,9 +40,7 @@ class SimulatedPorts final : public port::Ports {
   protocol::ClockReading ReadClocks() override;
   void SetFaultAction(port::Index index, protocol::FaultAction action) override;
   bool SetLevelFilter(port::Index index, std::vector<protocol::LevelFilter> filters) override;
-  bool Carries(port::Index /*index*/, const protocol::Vlan& /*vlan*/) const override { return true; }
-  std::optional<port::Index> FindStation(port::Index bridge, const protocol::Vlan& vlan,
-                                         const pdu::MacAddress& address) const override;
+  std::optional<port::Index> FindStation(port::Index bridge, const pdu::MacAddress& address) const override;
   port::Counters CountersOf(port::Index /*index*/) const override { return {}; }
 
   std::map<port::Index, port::Link> links;

@@ -81,6 +81,21 @@ TEST(ALinkNotice, KnowsABridgeFromOtherMasters) {
   EXPECT_EQ(notice->link.port_status, pdu::PortStatus::kNone);
 }
 
+TEST(ALinkNotice, TellsWhetherABridgeFiltersByVlan) {
+  for (const bool filters : {true, false}) {
+    const auto notice = Read(MakeNotice(RTM_NEWLINK, AF_UNSPEC, [&](Request& bridge) {
+      const std::size_t info = bridge.Begin(IFLA_LINKINFO);
+      bridge.Add(IFLA_INFO_KIND, std::string_view("bridge"));
+      const std::size_t data = bridge.Begin(IFLA_INFO_DATA);
+      bridge.Add(IFLA_BR_VLAN_FILTERING, static_cast<std::uint8_t>(filters));
+      bridge.End(data);
+      bridge.End(info);
+    }));
+    ASSERT_TRUE(notice);
+    EXPECT_EQ(notice->link.filters_vlans, filters);
+  }
+}
+
 TEST(ALinkNotice, OfTheBridgeTellsTheStateOfItsPort) {
   for (std::uint8_t state = BR_STATE_DISABLED; state <= BR_STATE_BLOCKING; ++state) {
     const auto notice = Read(MakeNotice(RTM_NEWLINK, AF_BRIDGE, [state](Request& port) {

@@ -73,8 +73,7 @@ class NoPorts final : public cfm::port::Ports {
   bool SetLevelFilter(cfm::port::Index /*index*/, std::vector<cfm::protocol::LevelFilter> /*filters*/) override {
     return false;
   }
-  bool Carries(cfm::port::Index /*index*/, const cfm::protocol::Vlan& /*vlan*/) const override { return true; }
-  std::optional<cfm::port::Index> FindStation(cfm::port::Index /*bridge*/, const cfm::protocol::Vlan& /*vlan*/,
+  std::optional<cfm::port::Index> FindStation(cfm::port::Index /*bridge*/,
                                               const cfm::pdu::MacAddress& /*address*/) const override {
     return std::nullopt;
   }
