@@ -199,10 +199,14 @@ void AddDelay(CLI::App& app, Work& work) {
   command->add_option("--priority", options->priority, "Priority code point of the frames")
       ->check(CLI::Range(0, 7, "0 to 7"))
       ->capture_default_str();
-  command->add_flag("--json", options->json, kOneObjectPerEvent);
+  CLI::Option* histogram = command->add_flag("--histogram", options->histogram,
+                                             "Measure message by message, and show how the delays are spread");
+  command->add_flag("--json", options->json, kOneObjectPerEvent)->excludes(histogram);
   command->footer(
       "Brings the server to the configuration file first. Exit status 0 when every message was answered.\n\n"
-      "Example:\n  cfmctl delay operator evc-100 1 2 --count 100 --interval 10ms");
+      "Examples:\n"
+      "  cfmctl delay operator evc-100 1 2 --count 100 --interval 10ms\n"
+      "  cfmctl delay operator evc-100 1 2 --count 100 --histogram");
 }
 
 void AddSessions(CLI::App& app, Work& work) {

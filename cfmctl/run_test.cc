@@ -23,18 +23,23 @@ void ReportRefusal(bool json, std::optional<std::uint32_t> error_code, const std
   std::cerr << "cfmctl: refused: " << reason << std::endl;
 }
 
+void AwaitTest(ConfiguredClient& configured, const TestProgress& progress, std::chrono::milliseconds duration,
+               const std::function<void()>& trigger) {
+  const auto timeout = configured.options().timeout;
+  trigger();
+  const auto over = [&progress] { return progress.ended || progress.refused; };
+  if (!configured.WaitWithServer([&] { return progress.started || over(); }, timeout)) {
+    throw Failure(kFailed, "the server does not start the test; its log may have a reason");
+  }
+  if (!configured.WaitWithServer(over, duration + timeout)) {
+    throw Failure(kFailed, "the server does not report the end of the test");
+  }
+}
+
 void RunTest(ConfiguredClient& configured, const TestProgress& progress, std::chrono::milliseconds duration,
              const std::function<void()>& trigger, const std::function<void()>& summarise) {
-  const auto timeout = configured.options().timeout;
   try {
-    trigger();
-    const auto over = [&progress] { return progress.ended || progress.refused; };
-    if (!configured.WaitWithServer([&] { return progress.started || over(); }, timeout)) {
-      throw Failure(kFailed, "the server does not start the test; its log may have a reason");
-    }
-    if (!configured.WaitWithServer(over, duration + timeout)) {
-      throw Failure(kFailed, "the server does not report the end of the test");
-    }
+    AwaitTest(configured, progress, duration, trigger);
   } catch (const Failure&) {
     if (progress.started) summarise();
     throw;

@@ -38,9 +38,12 @@ Trigger TriggerFor(const TestAddress& address) {
 /// Says why the server refused a test: on standard error, and with `json` as an event on standard output.
 void ReportRefusal(bool json, std::optional<std::uint32_t> error_code, const std::string& reason);
 
-/// Triggers, waits for the start within the time-out and for the end within `duration` beside it, and then has the
-/// summary printed, also of what is known when the test does not come to its end. Throws Failure when it does not: the
-/// server went away or does not answer, or the user interrupted it.
+/// Triggers, and waits for the start within the time-out and for the end or the refusal within `duration` beside it.
+/// Throws Failure when neither comes: the server went away or does not answer, or the user interrupted it.
+void AwaitTest(ConfiguredClient& configured, const TestProgress& progress, std::chrono::milliseconds duration,
+               const std::function<void()>& trigger);
+
+/// The same, and then has the summary printed, also of what is known when the test does not come to its end.
 void RunTest(ConfiguredClient& configured, const TestProgress& progress, std::chrono::milliseconds duration,
              const std::function<void()>& trigger, const std::function<void()>& summarise);
 

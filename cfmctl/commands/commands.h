@@ -73,6 +73,7 @@ struct DelayOptions {
   std::string interval_text = "100ms";
   std::uint16_t size = 0;
   std::uint32_t priority = 7;
+  bool histogram = false;
   bool json = false;
 };
 int Delay(const GlobalOptions& global, const DelayOptions& options);

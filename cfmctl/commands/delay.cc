@@ -3,12 +3,18 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <iostream>
+#include <numeric>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "commands/commands.h"
 #include "failure.h"
+#include "histogram.h"
 #include "json.h"
 #include "mep_address.h"
 #include "run_test.h"
@@ -18,6 +24,44 @@
 namespace cfmctl {
 namespace {
 
+struct Spread {
+  double minimum = 0;
+  double mean = 0;
+  double maximum = 0;
+};
+
+struct DelayResults {
+  std::uint64_t sent = 0;
+  std::uint64_t received = 0;
+  Spread delay;
+  Spread variation;
+  std::uint64_t octets_of_data = 0;
+};
+
+void PrintStart(const DelayOptions& options, const cfm::st_mac& target_mac) {
+  std::cout << fmt::format("delay {} ({}): {}, one every {}, {} of data, priority {}", TestText(options.address),
+                           target_mac.to_string(), Count(options.count, "message"), options.interval_text,
+                           Count(options.size, "octet"), options.priority)
+            << std::endl;
+}
+
+std::uint64_t LostOf(const DelayResults& results) {
+  return results.sent - std::min(results.sent, results.received);
+}
+
+std::string SpreadText(const Spread& spread) {
+  return fmt::format("{:.1f}/{:.1f}/{:.1f}", spread.minimum, spread.mean, spread.maximum);
+}
+
+void PrintResults(const DelayResults& results) {
+  std::cout << fmt::format("{} sent, {} received, {} lost, {} of data\n", results.sent, results.received,
+                           PercentText(LostOf(results), results.sent), Count(results.octets_of_data, "octet"));
+  if (results.received == 0) return;
+  std::cout << fmt::format("two-way delay min/mean/max = {} us\n", SpreadText(results.delay));
+  std::cout << fmt::format("delay variation min/mean/max = {} us\n", SpreadText(results.variation));
+}
+
+// One test of all messages: the server sends them and works out the results.
 class DelayTest final : public cfm::ReceivedDelayMeasurementHandlerIntf {
  public:
   DelayTest(const DelayOptions& options, std::uint32_t trigger_id) : options_(options), trigger_id_(trigger_id) {}
@@ -40,10 +84,7 @@ class DelayTest final : public cfm::ReceivedDelayMeasurementHandlerIntf {
                 std::cout);
       return;
     }
-    std::cout << fmt::format("delay {} ({}): {}, one every {}, {} of data, priority {}", TestText(options_.address),
-                             target_mac.to_string(), Count(options_.count, "message"), options_.interval_text,
-                             Count(options_.size, "octet"), options_.priority)
-              << std::endl;
+    PrintStart(options_, target_mac);
   }
 
   void OnDelayMeasurementReply(std::uint32_t trigger_id, const cfm::st_mac& source_mac) override {
@@ -61,23 +102,25 @@ class DelayTest final : public cfm::ReceivedDelayMeasurementHandlerIntf {
                                double dm_result_5, double dm_result_6, std::uint64_t dm_result_7) override {
     if (trigger_id != trigger_id_) return;
     progress_.ended = true;
-    received_ = rx_count;
-    sent_ = tx_count;
-    delay_ = {dm_result_1, dm_result_2, dm_result_3};
-    variation_ = {dm_result_4, dm_result_5, dm_result_6};
-    used_size_ = dm_result_7;
+    results_ = {.sent = tx_count,
+                .received = rx_count,
+                .delay = {dm_result_1, dm_result_2, dm_result_3},
+                .variation = {dm_result_4, dm_result_5, dm_result_6},
+                .octets_of_data = dm_result_7};
   }
 
-  bool passed() const { return progress_.ended && sent_ > 0 && received_ == sent_; }
+  bool passed() const { return progress_.ended && results_.sent > 0 && results_.received == results_.sent; }
 
   void Summarise() const {
-    const std::uint64_t lost = sent_ - std::min(sent_, received_);
     if (options_.json) {
       Json json = {{"event", progress_.ended ? "ended" : "incomplete"}};
       if (progress_.ended) {
-        json.update(Json{{"sent", sent_}, {"received", received_}, {"lost", lost}, {"octets-of-data", used_size_}});
-        json["delay-us"] = ResultJson(delay_);
-        json["delay-variation-us"] = ResultJson(variation_);
+        json.update(Json{{"sent", results_.sent},
+                         {"received", results_.received},
+                         {"lost", LostOf(results_)},
+                         {"octets-of-data", results_.octets_of_data}});
+        json["delay-us"] = SpreadJson(results_.delay);
+        json["delay-variation-us"] = SpreadJson(results_.variation);
       } else {
         json["replies"] = replies_;
       }
@@ -85,40 +128,101 @@ class DelayTest final : public cfm::ReceivedDelayMeasurementHandlerIntf {
       return;
     }
     std::cout << fmt::format("--- delay {}\n", TestText(options_.address));
-    if (!progress_.ended) {
+    if (progress_.ended) {
+      PrintResults(results_);
+    } else {
       std::cout << fmt::format("not complete: {} so far\n", Count(replies_, "reply", "replies"));
-      return;
     }
-    std::cout << fmt::format("{} sent, {} received, {} lost, {} of data\n", sent_, received_, PercentText(lost, sent_),
-                             Count(used_size_, "octet"));
-    if (received_ == 0) return;
-    std::cout << fmt::format("two-way delay min/mean/max = {} us\n", ResultText(delay_));
-    std::cout << fmt::format("delay variation min/mean/max = {} us\n", ResultText(variation_));
   }
 
  private:
-  struct Result {
-    double minimum = 0;
-    double mean = 0;
-    double maximum = 0;
-  };
-
-  static std::string ResultText(const Result& result) {
-    return fmt::format("{:.1f}/{:.1f}/{:.1f}", result.minimum, result.mean, result.maximum);
-  }
-  static Json ResultJson(const Result& result) {
-    return {{"min", result.minimum}, {"mean", result.mean}, {"max", result.maximum}};
+  static Json SpreadJson(const Spread& spread) {
+    return {{"min", spread.minimum}, {"mean", spread.mean}, {"max", spread.maximum}};
   }
 
   const DelayOptions& options_;
   std::uint32_t trigger_id_;
   TestProgress progress_;
   std::size_t replies_ = 0;
-  std::uint64_t received_ = 0;
+  DelayResults results_;
+};
+
+// A test for each message, as the server gives no single delays: the mean of one message is its delay.
+class DelaySeries final : public cfm::ReceivedDelayMeasurementHandlerIntf {
+ public:
+  explicit DelaySeries(const DelayOptions& options) : options_(options) {}
+
+  const TestProgress& progress() const { return progress_; }
+  bool passed() const { return received_ == options_.count; }
+
+  void BeginMessage(std::uint32_t trigger_id) {
+    trigger_id_ = trigger_id;
+    progress_ = {};
+  }
+
+  void OnDelayMeasurementTriggerError(std::uint32_t trigger_id, std::uint32_t error_code, const std::string& /*md*/,
+                                      const std::string& /*ma*/, std::uint16_t /*mep_id*/,
+                                      std::uint16_t /*target_mep_id*/) override {
+    if (trigger_id != trigger_id_) return;
+    progress_.refused = true;
+    ReportRefusal(options_.json, error_code, RefusalText(error_code));
+  }
+
+  void OnDelayMeasurementStarted(std::uint32_t trigger_id, const cfm::st_mac& target_mac) override {
+    if (trigger_id != trigger_id_) return;
+    progress_.started = true;
+    if (!std::exchange(is_announced_, true)) PrintStart(options_, target_mac);
+  }
+
+  void OnDelayMeasurementReply(std::uint32_t /*trigger_id*/, const cfm::st_mac& /*source_mac*/) override {}
+
+  void OnDelayMeasurementEnded(std::uint32_t trigger_id, std::uint64_t rx_count, std::uint64_t tx_count,
+                               double /*minimum*/, double mean, double /*maximum*/, double /*minimum*/, double /*mean*/,
+                               double /*maximum*/, std::uint64_t octets_of_data) override {
+    if (trigger_id != trigger_id_ || progress_.ended) return;
+    progress_.ended = true;
+    octets_of_data_ = octets_of_data;
+    sent_ += tx_count;
+    received_ += rx_count;
+    if (rx_count == 0) {
+      last_delay_.reset();
+      return;
+    }
+    delays_.push_back(mean);
+    // Across a lost message there is none.
+    if (last_delay_) variations_.push_back(std::abs(mean - *last_delay_));
+    last_delay_ = mean;
+  }
+
+  void Summarise() const {
+    if (!is_announced_) return;
+    std::cout << fmt::format("--- delay {}\n", TestText(options_.address));
+    PrintResults({.sent = sent_,
+                  .received = received_,
+                  .delay = SpreadOf(delays_),
+                  .variation = SpreadOf(variations_),
+                  .octets_of_data = octets_of_data_});
+    for (const std::string& line : Histogram(delays_, "us")) std::cout << "  " << line << '\n';
+  }
+
+ private:
+  static Spread SpreadOf(const std::vector<double>& values) {
+    if (values.empty()) return {};
+    const auto [minimum, maximum] = std::minmax_element(values.begin(), values.end());
+    const double sum = std::accumulate(values.begin(), values.end(), 0.0);
+    return {*minimum, sum / static_cast<double>(values.size()), *maximum};
+  }
+
+  const DelayOptions& options_;
+  std::uint32_t trigger_id_ = 0;
+  TestProgress progress_;
+  bool is_announced_ = false;
   std::uint64_t sent_ = 0;
-  Result delay_;
-  Result variation_;
-  std::uint64_t used_size_ = 0;
+  std::uint64_t received_ = 0;
+  std::vector<double> delays_;
+  std::vector<double> variations_;
+  std::optional<double> last_delay_;
+  std::uint64_t octets_of_data_ = 0;
 };
 
 std::chrono::milliseconds IntervalFrom(const std::string& text) {
@@ -132,6 +236,44 @@ std::chrono::milliseconds IntervalFrom(const std::string& text) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(*interval);
 }
 
+// For the last replies.
+constexpr std::chrono::seconds kAfterwards(5);
+
+int MeasureAtOnce(ConfiguredClient& configured, const DelayOptions& options, std::chrono::milliseconds interval,
+                  const cfm::delay_measurement_trigger& trigger) {
+  DelayTest test(options, trigger.trigger_id);
+  configured.client().RegisterDelayMeasurementHandler(&test);
+  configured.Synchronise();
+  RunTest(
+      configured, test.progress(), interval * options.count + kAfterwards,
+      [&] { configured.client().DelayMeasurementTrigger(trigger); }, [&] { test.Summarise(); });
+  return test.passed() ? kOk : kFailed;
+}
+
+int MeasureOneByOne(ConfiguredClient& configured, const DelayOptions& options, std::chrono::milliseconds interval,
+                    cfm::delay_measurement_trigger trigger) {
+  DelaySeries series(options);
+  configured.client().RegisterDelayMeasurementHandler(&series);
+  configured.Synchronise();
+  trigger.dm_param_1 = 1;
+  try {
+    for (std::uint32_t i = 0; i < options.count && !series.progress().refused; ++i) {
+      trigger.trigger_id = RandomTriggerId();
+      series.BeginMessage(trigger.trigger_id);
+      const auto next = std::chrono::steady_clock::now() + interval;
+      AwaitTest(configured, series.progress(), kAfterwards,
+                [&] { configured.client().DelayMeasurementTrigger(trigger); });
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(next - std::chrono::steady_clock::now());
+      if (i + 1 < options.count && left.count() > 0) configured.WaitWithServer([] { return false; }, left);
+    }
+  } catch (const Failure&) {
+    series.Summarise();
+    throw;
+  }
+  series.Summarise();
+  return series.passed() ? kOk : kFailed;
+}
+
 }  // namespace
 
 int Delay(const GlobalOptions& global, const DelayOptions& options) {
@@ -143,15 +285,8 @@ int Delay(const GlobalOptions& global, const DelayOptions& options) {
   trigger.dm_param_2 = static_cast<std::uint32_t>(interval.count());
   trigger.dm_param_3 = options.size;
   trigger.dm_param_4 = static_cast<std::uint8_t>(options.priority);
-
-  DelayTest test(options, trigger.trigger_id);
-  configured.client().RegisterDelayMeasurementHandler(&test);
-  configured.Synchronise();
-  // Five seconds more for the last replies.
-  RunTest(
-      configured, test.progress(), interval * options.count + std::chrono::seconds(5),
-      [&] { configured.client().DelayMeasurementTrigger(trigger); }, [&] { test.Summarise(); });
-  return test.passed() ? kOk : kFailed;
+  return options.histogram ? MeasureOneByOne(configured, options, interval, trigger)
+                           : MeasureAtOnce(configured, options, interval, trigger);
 }
 
 }  // namespace cfmctl

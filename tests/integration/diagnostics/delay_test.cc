@@ -72,6 +72,43 @@ TEST_F(Delay, WithoutAnyReplyHasNoDelays) {
             "10 sent, 0 received, 100% lost, 0 octets of data\n");
 }
 
+TEST_F(Delay, MeasuresMessageByMessageForAHistogram) {
+  Play(std::string(kStarted) + kReply + Ended("rx_count: 1 tx_count: 1 dm_result_2: 20.5 dm_result_7: 64"));
+  const Result result = Run(Words({"--count", "3", "--interval", "10ms", "--size", "64", "--histogram"}));
+  EXPECT_EQ(result.status, 0) << result.errors;
+  EXPECT_EQ(result.out,
+            "delay operator/evc MEP 1 -> MEP 2 (02:00:00:00:00:02): 3 messages, one every 10ms, 64 octets of data, "
+            "priority 7\n"
+            "--- delay operator/evc MEP 1 -> MEP 2\n"
+            "3 sent, 3 received, 0% lost, 64 octets of data\n"
+            "two-way delay min/mean/max = 20.5/20.5/20.5 us\n"
+            "delay variation min/mean/max = 0.0/0.0/0.0 us\n"
+            "  20.5 - 20.6 us  3  ########################################\n");
+  const std::string request =
+      "DM_TRIGGER md_name: \"operator\" ma_name: \"evc\" trigger_id: ID mep_id: 1 target_mep_id: 2 dm_param_1: 1 "
+      "dm_param_2: 10 dm_param_3: 64 dm_param_4: 7";
+  EXPECT_THAT(Requests(), ElementsAre(request, request, request));
+}
+
+TEST_F(Delay, EndsTheHistogramWhenAMessageIsRefused) {
+  Play("on DM_TRIGGER reply DM_TRIGGER_ERROR trigger_id: $trigger_id error_code: 2\n");
+  const Result result = Run(Words({"--histogram"}));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(Requests().size(), 1U);
+}
+
+TEST_F(Delay, ShowsTheHistogramOfLostMessagesAsFarAsItIsKnown) {
+  Play(kStarted + Ended("tx_count: 1"));
+  const Result result = Run(Words({"--count", "2", "--interval", "10ms", "--histogram"}));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out,
+            "delay operator/evc MEP 1 -> MEP 2 (02:00:00:00:00:02): 2 messages, one every 10ms, 0 octets of data, "
+            "priority 7\n"
+            "--- delay operator/evc MEP 1 -> MEP 2\n"
+            "2 sent, 0 received, 100% lost, 0 octets of data\n");
+}
+
 TEST_F(Delay, PassesOverReportsOfOtherTests) {
   Play(
       "on DM_TRIGGER reply DM_TRIGGER_ERROR trigger_id: 0 error_code: 1\n"
