@@ -350,6 +350,17 @@ TEST_P(OnEitherPort, AStampBelongsToTheFrameThatAskedForIt) {
   EXPECT_THAT(told_.received, IsEmpty()) << "answers of the kernel are no frames";
 }
 
+TEST_F(ThePort, AStampIsToldBeforeTheAnswerToItsFrame) {
+  std::size_t stamped_before = 0;
+  told_.on_received = [this, &stamped_before] { stamped_before = told_.stamped.size(); };
+  ASSERT_TRUE(Send(1, FromNear(), 7));
+  ports_.Flush();
+  ASSERT_TRUE(far_.Next([](const Frame& one) { return NumberOf(one.pdu()) == 1; }));
+  ASSERT_TRUE(far_.Send(FromFar(), NumberedPdu(2)));
+  ASSERT_TRUE(WaitForFrames(1));
+  EXPECT_EQ(stamped_before, 1U);
+}
+
 TEST_F(ThePort, StampsStillMatchAfterFramesThatWereRefused) {
   far_link_.Down();
   ASSERT_TRUE(WaitForLink([](const Link& link) { return !link.state.lower_up; }));
