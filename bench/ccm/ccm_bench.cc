@@ -15,24 +15,23 @@
 // Exit status 77: no user and network namespace can be made here.
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
-#include <linux/net_tstamp.h>
 #include <net/ethernet.h>
 #include <sched.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "element.h"
@@ -71,86 +70,83 @@ struct Series {
   nanoseconds last{0};
 };
 
-// The times between the CCMs of each VLAN that arrive at a port.
+// The times between the CCMs of each VLAN that arrive at a port, by a ring that the kernel fills: it holds a second and
+// more of what comes while this process waits for its turn.
 class Capture {
  public:
   explicit Capture(const cfm_test::Link& link) {
     const cfm_test::Inside inside(link.network());
     fd_ = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
     const int on = 1;
-    const int buffer = 64 << 20;
-    const int stamps = SOF_TIMESTAMPING_RX_SOFTWARE | SOF_TIMESTAMPING_SOFTWARE;
-    setsockopt(fd_, SOL_PACKET, PACKET_AUXDATA, &on, sizeof on);
-    setsockopt(fd_, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on);
-    setsockopt(fd_, SOL_SOCKET, SO_RCVBUFFORCE, &buffer, sizeof buffer);
-    setsockopt(fd_, SOL_SOCKET, SO_TIMESTAMPING, &stamps, sizeof stamps);
+    const int version = TPACKET_V2;
+    tpacket_req ring{};
+    ring.tp_block_size = kBlock;
+    ring.tp_block_nr = kBlocks;
+    ring.tp_frame_size = kFrame;
+    ring.tp_frame_nr = kFrames;
     sockaddr_ll address{};
     address.sll_family = AF_PACKET;
     address.sll_protocol = htons(ETH_P_ALL);
     address.sll_ifindex = static_cast<int>(link.index());
-    if (fd_ < 0 || bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    const bool set_up = fd_ >= 0 && setsockopt(fd_, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on) == 0 &&
+                        setsockopt(fd_, SOL_PACKET, PACKET_VERSION, &version, sizeof version) == 0 &&
+                        setsockopt(fd_, SOL_PACKET, PACKET_RX_RING, &ring, sizeof ring) == 0;
+    void* memory = set_up ? mmap(nullptr, kBlock * kBlocks, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0) : MAP_FAILED;
+    if (memory == MAP_FAILED || bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
       throw std::runtime_error("cannot capture");
     }
+    ring_ = static_cast<std::uint8_t*>(memory);
   }
-  ~Capture() { close(fd_); }
+  ~Capture() {
+    munmap(ring_, kBlock * kBlocks);
+    close(fd_);
+  }
   Capture(const Capture&) = delete;
   Capture& operator=(const Capture&) = delete;
 
   std::map<std::uint16_t, Series> Take(std::chrono::seconds span) {
     std::map<std::uint16_t, Series> series;
     const auto end = std::chrono::steady_clock::now() + span;
-    while (std::chrono::steady_clock::now() < end) TakeBatch(series);
+    while (std::chrono::steady_clock::now() < end) {
+      while (TakeOne(series)) {
+      }
+      std::this_thread::sleep_for(1ms);
+    }
     return series;
   }
   std::size_t frames() const { return frames_; }
-
- private:
-  static constexpr std::size_t kBatch = 256;
-
-  void TakeBatch(std::map<std::uint16_t, Series>& series) {
-    static std::array<mmsghdr, kBatch> messages;
-    static std::array<std::array<std::uint8_t, 256>, kBatch> octets;
-    static std::array<std::array<std::uint8_t, 256>, kBatch> controls;
-    static std::array<iovec, kBatch> vectors;
-    for (std::size_t i = 0; i < kBatch; ++i) {
-      vectors[i] = {octets[i].data(), octets[i].size()};
-      messages[i] = {};
-      messages[i].msg_hdr.msg_iov = &vectors[i];
-      messages[i].msg_hdr.msg_iovlen = 1;
-      messages[i].msg_hdr.msg_control = controls[i].data();
-      messages[i].msg_hdr.msg_controllen = controls[i].size();
-    }
-    timespec patience{.tv_sec = 0, .tv_nsec = 1'000'000};
-    const int count = recvmmsg(fd_, messages.data(), kBatch, MSG_DONTWAIT, nullptr);
-    if (count <= 0) {
-      nanosleep(&patience, nullptr);
-      return;
-    }
-    for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) Count(messages[i].msg_hdr, series);
+  /// That the ring had no room for.
+  std::size_t lost() const {
+    tpacket_stats statistics{};
+    socklen_t size = sizeof statistics;
+    getsockopt(fd_, SOL_PACKET, PACKET_STATISTICS, &statistics, &size);
+    return statistics.tp_drops;
   }
 
-  void Count(msghdr& message, std::map<std::uint16_t, Series>& series) {
-    std::uint16_t vid = 0;
-    nanoseconds stamp{0};
-    for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part)) {
-      if (part->cmsg_level == SOL_PACKET && part->cmsg_type == PACKET_AUXDATA) {
-        tpacket_auxdata data;
-        std::memcpy(&data, CMSG_DATA(part), sizeof data);
-        vid = data.tp_vlan_tci & 0xfffU;
-      } else if (part->cmsg_level == SOL_SOCKET && part->cmsg_type == SCM_TIMESTAMPING) {
-        timespec stamps[3];
-        std::memcpy(stamps, CMSG_DATA(part), sizeof stamps);
-        stamp = std::chrono::seconds(stamps[0].tv_sec) + nanoseconds(stamps[0].tv_nsec);
-      }
-    }
-    if (vid == 0 || stamp.count() == 0) return;
+ private:
+  static constexpr unsigned int kBlock = 1 << 20;
+  static constexpr unsigned int kBlocks = 64;
+  static constexpr unsigned int kFrame = 512;
+  static constexpr unsigned int kFrames = kBlock / kFrame * kBlocks;
+
+  bool TakeOne(std::map<std::uint16_t, Series>& series) {
+    auto* frame = reinterpret_cast<tpacket2_hdr*>(ring_ + next_ * kFrame);
+    if ((__atomic_load_n(&frame->tp_status, __ATOMIC_ACQUIRE) & TP_STATUS_USER) == 0) return false;
+    const nanoseconds stamp = std::chrono::seconds(frame->tp_sec) + nanoseconds(frame->tp_nsec);
+    const auto vid = static_cast<std::uint16_t>(frame->tp_vlan_tci & 0xfffU);
+    __atomic_store_n(&frame->tp_status, TP_STATUS_KERNEL, __ATOMIC_RELEASE);
+    next_ = (next_ + 1) % kFrames;
+    if (vid == 0) return true;
     ++frames_;
     Series& of = series[vid];
     if (of.last.count() != 0) of.gaps.push_back(stamp - of.last);
     of.last = stamp;
+    return true;
   }
 
   int fd_ = -1;
+  std::uint8_t* ring_ = nullptr;
+  std::size_t next_ = 0;
   std::size_t frames_ = 0;
 };
 
@@ -222,6 +218,9 @@ void Run(int interval, int meps, std::chrono::seconds span) {
   const auto elapsed = std::chrono::steady_clock::now() - begun;
   const nanoseconds used = ProcessorTime(west.server().pid()) - before;
   const double frames = 2 * static_cast<double>(capture.frames());  // as many come as go
+  if (const std::size_t lost = capture.lost(); lost != 0) {
+    throw std::runtime_error("the capture lost " + std::to_string(lost) + " frames: this machine has too much to do");
+  }
   Report(interval, meps, series, duration<double>(used) / duration<double>(elapsed), Microseconds(used) / frames);
 }
 
