@@ -37,7 +37,7 @@ class OneElement : public testing::Test {
 
   /// Waits for the answers to what the client library asks of a server that it has found, and forgets all events.
   void ForgetTheBeginning() {
-    element_.Listen(std::chrono::milliseconds(300));
+    element_.Listen(std::chrono::milliseconds(500));
     element_.events().Clear();
   }
 
