@@ -1,13 +1,13 @@
 #include "event_loop.h"
 
 #include <sys/epoll.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <ctime>
 #include <system_error>
 #include <utility>
 

@@ -124,10 +124,10 @@ class Capture {
   }
 
  private:
-  static constexpr unsigned int kBlock = 1 << 20;
-  static constexpr unsigned int kBlocks = 64;
-  static constexpr unsigned int kFrame = 512;
-  static constexpr unsigned int kFrames = kBlock / kFrame * kBlocks;
+  static constexpr std::size_t kBlock = 1 << 20;
+  static constexpr std::size_t kBlocks = 64;
+  static constexpr std::size_t kFrame = 512;
+  static constexpr std::size_t kFrames = kBlock / kFrame * kBlocks;
 
   bool TakeOne(std::map<std::uint16_t, Series>& series) {
     auto* frame = reinterpret_cast<tpacket2_hdr*>(ring_ + next_ * kFrame);

@@ -18,14 +18,14 @@ struct DomainKey {
 struct AssociationKey {
   std::string md_name;
   std::string ma_name;
-  auto operator<=>(const AssociationKey&) const = default;
+  auto operator<=>(const AssociationKey&) const = default;  // NOLINT(modernize-use-nullptr): a false alarm
 };
 
 struct EndpointKey {
   std::string md_name;
   std::string ma_name;
   uint16_t mep_id = 0;
-  auto operator<=>(const EndpointKey&) const = default;
+  auto operator<=>(const EndpointKey&) const = default;  // NOLINT(modernize-use-nullptr): a false alarm
 };
 
 struct ProbeKey {

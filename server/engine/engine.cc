@@ -643,7 +643,7 @@ pb::OpReplyAllStats Engine::Statistics() const {
     local.set_ccm_tx_current_seq(mep == nullptr ? 0 : mep->ccm_sender().sequence_number());
     local.set_ccm_tx_total(mep == nullptr ? 0 : mep->ccm_sender().counters().sent);
     if (mep == nullptr) continue;
-    mep->remotes().ForEach([&](std::uint16_t id, const protocol::RemoteMep& watched) {
+    mep->remotes().ForEach([&statistics, &key = key](std::uint16_t id, const protocol::RemoteMep& watched) {
       pb::RemoteMepStats& remote = *statistics.add_remote_stats();
       remote.set_md_name(key.md_name);
       remote.set_ma_name(key.ma_name);
