@@ -88,10 +88,15 @@ void LinuxPorts::TellEvents() {
 
 void LinuxPorts::Serve(Index index, Port& port, bool may_have_stamps) {
   const std::size_t count = batch_.Fill(port.socket.fd());
+  // Before the frames, as these may answer those that were stamped.
+  if (may_have_stamps || (count != 0 && port.socket.awaits_stamps())) TellStamps(port);
   for (std::size_t i = 0; i < count && port.is_open; ++i) {
     if (const auto frame = batch_.Read(i, port.counters)) listener_.Received(index, *frame);
   }
-  for (std::size_t i = 0; may_have_stamps && i < kMostStampsPerServe && port.is_open; ++i) {
+}
+
+void LinuxPorts::TellStamps(Port& port) {
+  for (std::size_t i = 0; i < kMostStampsPerServe && port.is_open; ++i) {
     const auto stamped = port.socket.NextStamped();
     if (!stamped) break;
     listener_.Stamped(stamped->owner, stamped->stamp_id, stamped->stamps);

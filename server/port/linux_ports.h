@@ -70,6 +70,7 @@ class LinuxPorts final : public Ports {
 
   void TellEvents();
   void Serve(Index index, Port& port, bool may_have_stamps);
+  void TellStamps(Port& port);
   void FlushPort(Port& port);
   void Retire(Index index);
   void Release(Index index, Port& port);

@@ -84,6 +84,8 @@ class PacketSocket {
 
   /// One that the kernel has noted; none when there is no more.
   std::optional<Stamped> NextStamped();
+  /// Whether there may be more to come.
+  bool awaits_stamps() const { return !awaited_.empty(); }
 
   /// Frames lost since the last call because the socket was full.
   std::uint64_t TakeOverruns();
