@@ -300,6 +300,78 @@ TEST_F(AServer, ReportsWhatItCannotRunAndRunsTheRest) {
   EXPECT_TRUE(element_.server().Running());
 }
 
+TEST_F(AServer, AnswersOnEachVlanOfAnAssociationAndSpeaksOnThePrimaryOne) {
+  mep_.vid = 100;
+  mep_.further_vids = {101, 4094};
+  Run();
+  for (const std::uint16_t vid : {std::uint16_t{100}, std::uint16_t{101}, std::uint16_t{4094}}) {
+    EndPoint sender = mep_;
+    sender.vid = vid;
+    sender.priority = 2;
+    wire_.Clear();
+    const std::vector<std::uint8_t> lbm = {static_cast<std::uint8_t>(mep_.level << 5), 3, 0, 4, 0, 0, 0, 1, 0};
+    ASSERT_TRUE(wire_.Send(StationHeader(sender, wire_.address(), port_.address()), lbm));
+    const auto answer = wire_.Next(Opcode::kLbr);
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->header(), StationHeader(sender, port_.address(), wire_.address()));
+    const auto ccm = wire_.Next(Opcode::kCcm);
+    ASSERT_TRUE(ccm);
+    EXPECT_EQ(ccm->header(), GroupHeader(mep_, port_.address()));
+  }
+  // A peer may be heard on any of them.
+  EndPoint peer = mep_;
+  peer.vid = 4094;
+  peer_.emplace(wire_, peer, 2);
+  ASSERT_TRUE(element_.WaitForRemote(mep_.remote(2), kRemoteOk));
+}
+
+// Other clients than ours read the events too.
+TEST_F(AServer, FillsEveryFieldOfItsStatusEvents) {
+  struct Heard {
+    std::vector<pb::StatusLocalMaintenanceEndpoint> local;
+    std::vector<pb::StatusRemoteMaintenanceEndpoint> remote;
+  } heard;
+  vorbus_eventreg_t* local = vorbus_event_register_sized(
+      element_.token(), CFM_MGR_SRV_EVENT_STATUS_LOCAL_MEP,
+      [](vorbus_t* /*token*/, void* user, void* data, size_t size) {
+        ASSERT_TRUE(static_cast<Heard*>(user)->local.emplace_back().ParseFromArray(data, static_cast<int>(size)));
+      },
+      &heard);
+  vorbus_eventreg_t* remote = vorbus_event_register_sized(
+      element_.token(), CFM_MGR_SRV_EVENT_STATUS_REMOTE_MEP,
+      [](vorbus_t* /*token*/, void* user, void* data, size_t size) {
+        ASSERT_TRUE(static_cast<Heard*>(user)->remote.emplace_back().ParseFromArray(data, static_cast<int>(size)));
+      },
+      &heard);
+  RunWithPeer();  // from before its first CCM on
+  peer_->Stop();
+  ASSERT_TRUE(element_.WaitForRemote(mep_.remote(2), kRemoteFailed));
+  ASSERT_GE(heard.local.size(), 1U);
+  ASSERT_GE(heard.remote.size(), 3U) << "start, ok, failed";
+  const auto has_all_fields = [](const google::protobuf::Message& message) {
+    for (int i = 0; i < message.GetDescriptor()->field_count(); ++i) {
+      EXPECT_TRUE(message.GetReflection()->HasField(message, message.GetDescriptor()->field(i)))
+          << message.GetDescriptor()->field(i)->full_name();
+    }
+  };
+  for (const auto& message : heard.local) {
+    has_all_fields(message);
+    EXPECT_THAT(message.mac(), SizeIs(6));
+    EXPECT_LE(message.highest_defect(), 5U);
+    EXPECT_LE(message.intf_status(), 7U);
+    EXPECT_LE(message.port_state(), 2U);
+  }
+  for (const auto& message : heard.remote) {
+    has_all_fields(message);
+    EXPECT_THAT(message.mac(), SizeIs(6));
+    EXPECT_THAT(message.fsm_state(), testing::AllOf(testing::Ge(1U), testing::Le(4U)));
+  }
+  EXPECT_EQ(heard.remote.front().fsm_state(), 2U);
+  EXPECT_EQ(heard.remote.front().mac(), std::string(6, '\0'));
+  vorbus_event_deregister(&local);
+  vorbus_event_deregister(&remote);
+}
+
 // ---- Statistics ----
 
 TEST_F(AServer, CountsAndClearsWithinTheScopeThatIsNamed) {

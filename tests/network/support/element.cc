@@ -23,6 +23,7 @@ void Add(cfm::hierarchy& hierarchy, const EndPoint& end_point) {
   ma.cfg.format = static_cast<std::uint32_t>(cfm::pdu::MaNameFormat::kString);
   ma.cfg.vids.clear();
   if (end_point.vid != 0) ma.cfg.vids.push_back(end_point.vid);
+  ma.cfg.vids.insert(ma.cfg.vids.end(), end_point.further_vids.begin(), end_point.further_vids.end());
   ma.cfg.ccm_interval = end_point.interval;
   ma.cfg.mep_ids = end_point.mep_ids;
   ma.cfg.sender_id = cfm::SenderIdTlvContent::kDefer;

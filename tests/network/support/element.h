@@ -37,6 +37,7 @@ struct EndPoint {
   std::set<std::uint16_t> mep_ids = {1, 2};
   std::uint16_t vid = 0;
   std::uint16_t inner_vid = 0;
+  std::vector<std::uint16_t> further_vids = {};  // of the association
   std::uint8_t priority = 7;
   bool enabled = true;
   bool send_ccms = true;
