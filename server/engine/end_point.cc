@@ -32,14 +32,14 @@ void EndPoint::Begin(const EndPointPlan& plan, port::Index link, const protocol:
                      protocol::TimePoint now) {
   End();
   refusal_.reset();
-  plan_ = plan;
+  plan_ = std::make_unique<EndPointPlan>(plan);
   link_ = link;
-  mep_.emplace(plan_.identity, plan_.settings, port, *this, surroundings_.random, now);
+  mep_ = std::make_unique<protocol::Mep>(plan.identity, plan.settings, port, *this, surroundings_.random, now);
 }
 
 void EndPoint::Update(const EndPointPlan& plan, protocol::TimePoint now) {
-  plan_ = plan;
-  mep_->Update(plan_.settings, now);
+  *plan_ = plan;
+  mep_->Update(plan.settings, now);
 }
 
 void EndPoint::SetPort(port::Index link, const protocol::PortState& port, protocol::TimePoint now) {
@@ -51,6 +51,7 @@ void EndPoint::End() {
   if (!mep_) return;
   mep_->Remove();
   mep_.reset();
+  plan_.reset();
   link_ = 0;
 }
 

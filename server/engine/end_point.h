@@ -5,6 +5,7 @@
 #include <zlog.h>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -73,9 +74,10 @@ class EndPoint final : public protocol::MepOutput {
   void End();
 
   /// Null when it is refused.
-  protocol::Mep* mep() { return mep_ ? &*mep_ : nullptr; }
-  const protocol::Mep* mep() const { return mep_ ? &*mep_ : nullptr; }
-  const EndPointPlan& plan() const { return plan_; }
+  protocol::Mep* mep() { return mep_.get(); }
+  const protocol::Mep* mep() const { return mep_.get(); }
+  /// Of an end point that has begun.
+  const EndPointPlan& plan() const { return *plan_; }
   port::Index link() const { return link_; }
 
   void AnnounceStatus() const;
@@ -111,10 +113,10 @@ class EndPoint final : public protocol::MepOutput {
   protocol::MaintenancePoints& points_;
   FaultActions& fault_actions_;
   std::optional<Refusal> refusal_;
-  EndPointPlan plan_;
+  std::unique_ptr<EndPointPlan> plan_;
   port::Index link_ = 0;
   port::LogLimit defect_lines_;
-  std::optional<protocol::Mep> mep_;
+  std::unique_ptr<protocol::Mep> mep_;
 };
 
 }  // namespace cfm::engine

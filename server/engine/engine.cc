@@ -175,16 +175,26 @@ void Engine::ApplyEndPoint(const contract::EndpointKey& key) {
     Refuse(*end_point, std::move(*refusal));
   } else {
     const EndPointPlan& wanted = std::get<EndPointPlan>(plan);
-    const PlaceClaim place(wanted.port, wanted.settings.primary_vid, wanted.settings.inner_vid, wanted.identity.level,
-                           wanted.identity.direction);
-    const contract::EndpointKey owner = places_.Claim(place, key, freed);
-    if (owner != key) {
-      Refuse(*end_point, {contract::ToText(owner) + " is at the same level, VLAN and side of that port"});
+    if (const auto owner = ClaimPlace(key, wanted, freed)) {
+      Refuse(*end_point, {contract::ToText(*owner) + " is at the same level, VLAN and side of that port"});
     } else {
       Run(*end_point, wanted);
     }
   }
   if (freed) ApplyEndPoint(*freed);
+}
+
+std::optional<contract::EndpointKey> Engine::ClaimPlace(const contract::EndpointKey& key, const EndPointPlan& plan,
+                                                        std::optional<contract::EndpointKey>& freed) {
+  // A disabled end point is as if it were not there.
+  if (!plan.settings.enabled) {
+    freed = places_.Release(key);
+    return std::nullopt;
+  }
+  const PlaceClaim place(plan.port, plan.settings.primary_vid, plan.settings.inner_vid, plan.identity.level,
+                         plan.identity.direction);
+  const contract::EndpointKey owner = places_.Claim(place, key, freed);
+  return owner == key ? std::nullopt : std::optional(owner);
 }
 
 std::variant<EndPointPlan, Refusal> Engine::Plan(const contract::EndpointKey& key) {
@@ -206,10 +216,10 @@ void Engine::Refuse(EndPoint& end_point, Refusal refusal) {
 
 void Engine::Run(EndPoint& end_point, const EndPointPlan& plan) {
   const protocol::TimePoint now = clock_();
-  const EndPointPlan& present = end_point.plan();
-  const bool goes_on = end_point.mep() != nullptr && present.identity == plan.identity && present.port == plan.port;
+  const bool goes_on =
+      end_point.mep() != nullptr && end_point.plan().identity == plan.identity && end_point.plan().port == plan.port;
   if (goes_on) {
-    const bool moves = !SameVlans(present, plan) && end_point.link() != 0;
+    const bool moves = !SameVlans(end_point.plan(), plan) && end_point.link() != 0;
     if (moves) points_.Remove(*end_point.mep());
     end_point.Update(plan, now);
     if (moves) points_.Add(end_point.link(), *end_point.mep(), plan.vids);

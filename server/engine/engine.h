@@ -142,6 +142,9 @@ class Engine final : public contract::Machinery,
 
   AssociationState Plan(const contract::AssociationKey& key);
   std::variant<EndPointPlan, Refusal> Plan(const contract::EndpointKey& key);
+  /// Who is there already; none: the end point has the place now. `freed`: who has the one that it had before.
+  std::optional<contract::EndpointKey> ClaimPlace(const contract::EndpointKey& key, const EndPointPlan& plan,
+                                                  std::optional<contract::EndpointKey>& freed);
   void Run(EndPoint& end_point, const EndPointPlan& plan);
   void Refuse(EndPoint& end_point, Refusal refusal);
   /// Takes it from its port and ends it.

@@ -604,9 +604,17 @@ TEST_F(ARefusal, OfTheLaterOfTwoEndPointsInOnePlaceUntilTheOtherGoes) {
   ids();
   simulation.RunFor(2s);
   EXPECT_THAT(ids(), ElementsAre(1));
-  west.Do(FromText<pb::OpDeleteMaintenanceEndpoint>("md_name: 'd' ma_name: 'a' mep_id: 1"));
+  west.Do(Update(1, "admin_state: false"));
   simulation.RunFor(2s);
   EXPECT_THAT(ids(), ElementsAre(2));
+  west.Do(Update(1, "admin_state: true"));
+  simulation.RunFor(2s);
+  EXPECT_THAT(ids(), ElementsAre(2));
+  west.Do(FromText<pb::OpDeleteMaintenanceEndpoint>("md_name: 'd' ma_name: 'a' mep_id: 2"));
+  simulation.RunFor(2s);
+  ids();
+  simulation.RunFor(2s);
+  EXPECT_THAT(ids(), ElementsAre(1));
 }
 
 // ---- Bridges ----
