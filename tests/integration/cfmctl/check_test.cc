@@ -25,6 +25,11 @@ TEST_F(Check, AcceptsTheExamples) {
   const Result minimal = Run({"check", Example("minimal.yaml")});
   EXPECT_EQ(minimal.status, 0) << minimal.errors;
   EXPECT_THAT(minimal.out, EndsWith("\n1 domain, 1 association, 1 end point, 0 probes, 0 sessions\n"));
+  for (const char* element : {"west", "middle", "east"}) {
+    const Result result = Run({"check", Example("three-elements/" + std::string(element) + ".yaml")});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_THAT(result.out, StartsWith("domain customer level 5"));
+  }
 }
 
 TEST_F(Check, TakesTheFileOfTheConfigOptionWhenNoneIsNamed) {

@@ -23,7 +23,7 @@ bool NamespacesWork() {
 }
 
 bool MakePorts() {
-  for (const char* port : {"eth0", "uni1", "uni2", "uni3", "nni1", "nni2"}) {
+  for (const char* port : {"eth0", "uni1", "uni2", "uni3", "nni1", "nni2", "core0", "west0", "east0", "uni0"}) {
     const std::string command = std::string("ip link add name ") + port + " type veth peer name far-" + port;
     if (std::system(command.c_str()) != 0) return false;
   }
