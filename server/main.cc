@@ -117,8 +117,10 @@ std::optional<cfm::protocol::SystemId> SystemOf(const Options& options) {
 }
 
 cfm::protocol::Random MakeRandom() {
-  return [generator = std::mt19937_64(std::random_device()())](cfm::protocol::Duration below) mutable {
-    return cfm::protocol::Duration(std::uniform_int_distribution<std::int64_t>(0, below.count() - 1)(generator));
+  // One for all: copies of this function go to every end point, and must not give each the same numbers.
+  const auto generator = std::make_shared<std::mt19937_64>(std::random_device()());
+  return [generator](cfm::protocol::Duration below) {
+    return cfm::protocol::Duration(std::uniform_int_distribution<std::int64_t>(0, below.count() - 1)(*generator));
   };
 }
 

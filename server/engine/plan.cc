@@ -125,8 +125,9 @@ std::variant<EndPointPlan, Refusal> PlanEndPoint(const AssociationPlan& associat
   settings.enabled = endpoint.admin_state();
   settings.send_ccms = endpoint.tx_ccm_enabled();
   settings.interval = association.interval;
-  settings.mep_ids = association.mep_ids;
-  settings.mep_ids.insert(plan.identity.mep_id);
+  std::set<std::uint16_t> mep_ids = association.mep_ids;
+  mep_ids.insert(plan.identity.mep_id);
+  settings.mep_ids.assign(mep_ids.begin(), mep_ids.end());
   settings.learn = endpoint.aux_flag();
   settings.primary_vid = checks.InRange<std::uint16_t>("the primary VLAN id", endpoint.primary_vid(), 0, kHighestVid);
   settings.inner_vid = checks.InRange<std::uint16_t>("the inner VLAN id", endpoint.inner_vid(), 0, kHighestVid);

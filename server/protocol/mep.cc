@@ -133,7 +133,7 @@ std::optional<pdu::SenderId> Mep::sender_id() const {
 }
 
 std::set<std::uint16_t> Mep::RemoteIds() const {
-  std::set<std::uint16_t> ids = settings_.mep_ids;
+  std::set<std::uint16_t> ids(settings_.mep_ids.begin(), settings_.mep_ids.end());
   ids.erase(identity_.mep_id);
   return ids;
 }

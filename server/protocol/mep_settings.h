@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <set>
 #include <string>
+#include <vector>
 
 #include "pdu/ccm.h"
 #include "pdu/mac_address.h"
@@ -40,13 +40,13 @@ struct MepIdentity {
 struct MepSettings {
   bool enabled = false;  ///< otherwise the end point is as if it were not there
   bool send_ccms = false;
-  std::uint8_t interval = 0;        ///< code, see IntervalOf()
-  std::set<std::uint16_t> mep_ids;  ///< of the MA, the own one included
-  bool learn = false;               ///< remote MEPs that are not in the list are watched too
-  std::uint16_t primary_vid = 0;    ///< 0: untagged
-  std::uint16_t inner_vid = 0;      ///< 0: none
-  std::uint8_t priority = 0;        ///< of CCMs, LBMs and LTMs
-  std::uint8_t lowest_alarm = 2;    ///< 1 all … 6 none
+  std::uint8_t interval = 0;           ///< code, see IntervalOf()
+  std::vector<std::uint16_t> mep_ids;  ///< of the MA, the own one included; ascending
+  bool learn = false;                  ///< remote MEPs that are not in the list are watched too
+  std::uint16_t primary_vid = 0;       ///< 0: untagged
+  std::uint16_t inner_vid = 0;         ///< 0: none
+  std::uint8_t priority = 0;           ///< of CCMs, LBMs and LTMs
+  std::uint8_t lowest_alarm = 2;       ///< 1 all … 6 none
   FaultTimes fault_times;
   FaultAction fault_action = FaultAction::kNone;
   bool ais_suppresses_missing = false;  ///< while AIS is received, missing remote MEPs raise no alarm

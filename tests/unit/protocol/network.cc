@@ -15,12 +15,12 @@ pdu::Maid MaidNumber(std::uint8_t number) {
   return maid;
 }
 
-MepSettings Watching(std::uint8_t interval, std::set<std::uint16_t> mep_ids) {
+MepSettings Watching(std::uint8_t interval, const std::set<std::uint16_t>& mep_ids) {
   MepSettings settings;
   settings.enabled = true;
   settings.send_ccms = true;
   settings.interval = interval;
-  settings.mep_ids = std::move(mep_ids);
+  settings.mep_ids.assign(mep_ids.begin(), mep_ids.end());
   settings.priority = 7;
   settings.lowest_alarm = 1;
   return settings;

@@ -23,7 +23,7 @@ namespace cfm::protocol {
 pdu::Maid MaidNumber(std::uint8_t number);
 
 /// Enabled, sending, with these ids in the MA; all defects are alarms.
-MepSettings Watching(std::uint8_t interval, std::set<std::uint16_t> mep_ids);
+MepSettings Watching(std::uint8_t interval, const std::set<std::uint16_t>& mep_ids);
 
 /// Present and up, with the address of that station.
 PortState PortOf(std::uint8_t station);
