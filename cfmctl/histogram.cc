@@ -30,7 +30,7 @@ double NinetyFifthPercentile(const std::vector<double>& sorted) {
 }
 
 std::string Bar(std::size_t count, std::size_t largest) {
-  return std::string((count * kLongestBar + largest - 1) / largest, '#');
+  return fmt::format("{:#<{}}", "", (count * kLongestBar + largest - 1) / largest);
 }
 
 }  // namespace

@@ -231,7 +231,8 @@ std::chrono::milliseconds IntervalFrom(const std::string& text) {
   const auto interval = ParseDuration(text);
   if (!interval || *interval < kShortest || *interval > kLongest || interval->count() % 1000 != 0) {
     throw Failure(kBadInput,
-                  fmt::format("--interval: {} is not a time in whole milliseconds from 10ms to 60s", Escape(text)));
+                  fmt::format("--interval: {} is not a time from 10ms to 60s, in whole milliseconds and with its unit",
+                              Escape(text)));
   }
   return std::chrono::duration_cast<std::chrono::milliseconds>(*interval);
 }
