@@ -15,6 +15,22 @@ namespace pb = client_server;
 // Debug lines show this much of a request.
 constexpr size_t kMaxShownOctets = 1000;
 
+const char* InWords(protocol::TestError reason) {
+  switch (reason) {
+    case protocol::TestError::kNoSuchMep:
+      return "there is no such MEP";
+    case protocol::TestError::kMepNotOperational:
+      return "the MEP is not operational";
+    case protocol::TestError::kTargetUnknown:
+      return "the target is unknown";
+    case protocol::TestError::kBadParameter:
+      return "a parameter is out of its range";
+    case protocol::TestError::kTooManyTests:
+      return "too many tests are running";
+  }
+  return "for an unknown reason";
+}
+
 template <typename Error, typename Trigger>
 Error ErrorOf(const Trigger& trigger, protocol::TestError reason) {
   Error error;
@@ -109,7 +125,7 @@ void Server::Handle(vorbus_pid_t sender, const pb::OpLinktraceTriggerMsg& trigge
   const auto reason = machinery_.Start(trigger);
   if (!reason) return;
   // The contract has no code for it: what the log says is all that there is to know.
-  Warn(sender, trigger.GetDescriptor()->name(), "reason " + std::to_string(static_cast<int>(*reason)));
+  Warn(sender, trigger.GetDescriptor()->name(), InWords(*reason));
   pb::OpLinktraceTriggerError error;
   *error.mutable_key() = trigger.key();
   error.set_ttl(trigger.ttl());

@@ -87,10 +87,9 @@ void EndPoint::FaultActionChanged(protocol::FaultAction action) {
 void EndPoint::CcmWasLate(std::uint64_t late) {
   const auto held_back = surroundings_.late_lines.Allow(std::chrono::steady_clock::now());
   if (!held_back) return;
-  zlog_warn(surroundings_.log,
-            "%s: a CCM left more than 1.5 intervals after the one before, %" PRIu64 " in all; %" PRIu64
-            " lines like this were held back",
-            contract::ToText(key_).c_str(), late, *held_back);
+  const std::string others = *held_back == 0 ? "" : "; held back lines like this: " + std::to_string(*held_back);
+  zlog_warn(surroundings_.log, "%s: a CCM left more than 1.5 intervals after the one before, %" PRIu64 " in all%s",
+            contract::ToText(key_).c_str(), late, others.c_str());
 }
 
 void EndPoint::CcmDefectBegan(const protocol::OffendingCcm& offender) {

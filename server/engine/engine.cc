@@ -227,7 +227,7 @@ void Engine::Run(EndPoint& end_point, const EndPointPlan& plan) {
     End(end_point);
     Port& port = PortOf(plan.port);
     port.end_points.insert(&end_point);
-    end_point.Begin(plan, port.link, StateFor(plan, port), now);
+    end_point.Begin(plan, port.link, StateFor(end_point.key(), plan, port), now);
     Listen(end_point);
     BeginProbes(end_point);
   }
@@ -335,7 +335,16 @@ EndPoint* Engine::HomeOf(std::uint16_t probe_id) {
 
 Engine::Port& Engine::PortOf(port::Index configured) {
   const auto [port, is_new] = configured_ports_.try_emplace(configured);
-  if (is_new) Bind(port->second, ports_.Find(configured));
+  if (is_new) {
+    const port::Link* link = ports_.Find(configured);
+    if (link == nullptr) {
+      zlog_warn(surroundings_.log, "there is no interface with index %u: its end points wait for it", configured);
+    } else if (!link->is_ethernet) {
+      zlog_warn(surroundings_.log, "port %s is no Ethernet interface: its end points do not work",
+                contract::Quoted(link->name).c_str());
+    }
+    Bind(port->second, link);
+  }
   return port->second;
 }
 
@@ -405,7 +414,7 @@ void Engine::Bind(Port& port, const port::Link* link) {
   for (EndPoint* end_point : port.end_points) {
     const bool moves = end_point->link() != index;
     if (moves) points_.Remove(*end_point->mep());
-    end_point->SetPort(index, StateFor(end_point->plan(), port), now);
+    end_point->SetPort(index, StateFor(end_point->key(), end_point->plan(), port), now);
     if (moves) {
       if (old != 0) LeaveWire(*end_point, old);
       Listen(*end_point);
@@ -414,10 +423,11 @@ void Engine::Bind(Port& port, const port::Link* link) {
   }
 }
 
-protocol::PortState Engine::StateFor(const EndPointPlan& plan, const Port& port) const {
+protocol::PortState Engine::StateFor(const contract::EndpointKey& key, const EndPointPlan& plan,
+                                     const Port& port) const {
   if (plan.identity.direction == protocol::Direction::kDown || port.in_bridge || port.link == 0) return port.state;
-  zlog_warn(surroundings_.log, "MEP %u does not work on port %s: it faces a bridge, and the port is in none that works",
-            plan.identity.mep_id, contract::Quoted(port.name).c_str());
+  zlog_warn(surroundings_.log, "%s does not work: it faces a bridge, and port %s is in none that works",
+            contract::ToText(key).c_str(), contract::Quoted(port.name).c_str());
   return StateOfNoPort(port.name);
 }
 

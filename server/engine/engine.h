@@ -162,7 +162,7 @@ class Engine final : public contract::Machinery,
   Port& PortOf(port::Index configured);
   void Bind(Port& port, const port::Link* link);
   /// What an end point sees of its port: an Up MEP nothing outside of a bridge.
-  protocol::PortState StateFor(const EndPointPlan& plan, const Port& port) const;
+  protocol::PortState StateFor(const contract::EndpointKey& key, const EndPointPlan& plan, const Port& port) const;
   bool OpenWire(port::Index index);
   void Listen(EndPoint& end_point);
   void LeaveWire(EndPoint& end_point, port::Index link);
