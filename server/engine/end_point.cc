@@ -55,13 +55,8 @@ void EndPoint::End() {
   link_ = 0;
 }
 
-void EndPoint::AnnounceStatus() const {
-  surroundings_.announcer.Announce(CFM_MGR_SRV_EVENT_STATUS_LOCAL_MEP,
-                                   ToMessage(key_, mep_ ? mep_->status() : StatusOfNothing()));
-  if (!mep_) return;
-  mep_->remotes().ForEach([this](std::uint16_t id, const protocol::RemoteMep& remote) {
-    surroundings_.announcer.Announce(CFM_MGR_SRV_EVENT_STATUS_REMOTE_MEP, ToMessage(key_, id, remote.status()));
-  });
+void EndPoint::AnnounceStatus() {
+  mep_ ? mep_->TellStatus() : LocalStatusChanged(StatusOfNothing());
 }
 
 bool EndPoint::Send(const protocol::OutgoingFrame& frame) {

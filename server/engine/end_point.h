@@ -80,7 +80,7 @@ class EndPoint final : public protocol::MepOutput {
   const EndPointPlan& plan() const { return *plan_; }
   port::Index link() const { return link_; }
 
-  void AnnounceStatus() const;
+  void AnnounceStatus();
 
   /// The end point whose state machines these are.
   static EndPoint& Of(protocol::Mep& mep) { return static_cast<EndPoint&>(mep.output()); }

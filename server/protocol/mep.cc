@@ -350,6 +350,13 @@ LocalStatus Mep::status() const {
           .defects = defects};
 }
 
+void Mep::TellStatus() {
+  const LocalStatus current = status();
+  events_.Told(current);
+  output_.LocalStatusChanged(current);
+  remotes_.TellAll();
+}
+
 void Mep::ClearStatistics() {
   ccm_sender_.ClearCounters();
   remotes_.ClearCounters();

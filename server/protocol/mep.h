@@ -89,6 +89,8 @@ class Mep {
   const MepSettings& settings() const { return settings_; }
   const PortState& port() const { return port_; }
   LocalStatus status() const;
+  /// Tells the status and those of the remote MEPs as they are now.
+  void TellStatus();
   const RemoteMeps& remotes() const { return remotes_; }
   const CcmSender& ccm_sender() const { return ccm_sender_; }
   const CcmDefect& ccm_error() const { return ccm_error_; }

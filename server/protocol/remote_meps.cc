@@ -96,6 +96,13 @@ void RemoteMeps::Tell(std::uint16_t id, Watched& watched, TimePoint now) {
   if (watched.events.Offer(watched.mep.status(), now)) output_.RemoteStatusChanged(id, watched.mep.status());
 }
 
+void RemoteMeps::TellAll() {
+  for (auto& [id, watched] : watched_) {
+    watched.events.Told(watched.mep.status());
+    output_.RemoteStatusChanged(id, watched.mep.status());
+  }
+}
+
 void RemoteMeps::Work(TimePoint now) {
   deadline_ = kNever;
   for (auto position = watched_.begin(); position != watched_.end();) {

@@ -48,6 +48,9 @@ class RemoteMeps {
   void Advance(TimePoint now);
   TimePoint deadline() const { return deadline_; }
 
+  /// Tells every status as it is now.
+  void TellAll();
+
   const Defects& defects() const { return defects_; }
   /// None before the first valid CCM.
   std::optional<pdu::MacAddress> AddressOf(std::uint16_t id) const;

@@ -26,6 +26,12 @@ class Throttle {
     return true;
   }
 
+  /// It was told by another way, to somebody who asked: what follows is compared with this.
+  void Told(const Status& status) {
+    told_ = status;
+    pending_ = forced_;
+  }
+
   /// The next status goes through even if it is the old one.
   void Force() { forced_ = true; }
 

@@ -288,6 +288,22 @@ TEST_F(RemoteMepsAtOneSecond, TellAFlappingValueAtMostTenTimesASecondAndTheLastO
   EXPECT_EQ(output_.events.back(), "remote 2 ok rdi");
 }
 
+// Somebody who asks hears of a value that is held back; when it is taken back, that is news.
+TEST_F(RemoteMepsAtOneSecond, TellTheLastValueAlsoWhenSomebodyAsksInBetween) {
+  Watch({2});
+  Ccm(2);
+  Calm();
+  Calm();
+  Ccm(2, {.rdi = true});
+  Ccm(2);
+  EXPECT_THAT(output_.TakeEvents(), ElementsAre("remote 2 ok rdi"));
+  remotes_.TellAll();
+  EXPECT_THAT(output_.TakeEvents(), ElementsAre("remote 2 ok"));
+  Ccm(2, {.rdi = true});
+  RunFor(100ms);
+  EXPECT_THAT(output_.TakeEvents(), ElementsAre("remote 2 ok rdi"));
+}
+
 TEST_F(RemoteMepsAtOneSecond, TellNothingWhileNothingChanges) {
   Watch({2});
   Ccm(2);

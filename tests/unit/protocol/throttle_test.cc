@@ -36,6 +36,19 @@ TEST(AThrottle, ForgetsAChangeThatWasTakenBack) {
   EXPECT_EQ(throttle.deadline(), kNever);
 }
 
+TEST(AThrottle, ComparesWithWhatWasToldByAnotherWay) {
+  Throttle<int> throttle;
+  throttle.Offer(1, kStart);
+  throttle.Offer(2, kStart + 10ms);
+  throttle.Told(2);
+  EXPECT_EQ(throttle.deadline(), kNever);
+  EXPECT_FALSE(throttle.Offer(1, kStart + 20ms)) << "too early";
+  EXPECT_TRUE(throttle.Offer(1, throttle.deadline()));
+  throttle.Force();
+  throttle.Told(1);
+  EXPECT_TRUE(throttle.Offer(1, kStart + 300ms));
+}
+
 TEST(AThrottle, TellsTheSameOnceMoreWhenItIsForcedTo) {
   Throttle<int> throttle;
   throttle.Offer(1, kStart);
