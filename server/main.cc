@@ -65,6 +65,7 @@ int OpenSignals() {
   sigemptyset(&signals);
   sigaddset(&signals, SIGTERM);
   sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGUSR1);
   sigprocmask(SIG_BLOCK, &signals, nullptr);
   std::signal(SIGHUP, SIG_IGN);  // a terminal that goes does not take the server with it
   std::signal(SIGPIPE, SIG_IGN);
@@ -197,6 +198,10 @@ int Serve(const Options& options) {
   loop.Add(signals, [&] {
     signalfd_siginfo received = {};
     if (read(signals, &received, sizeof received) != sizeof received) return;
+    if (received.ssi_signo == SIGUSR1) {
+      element.engine.LogCounters();
+      return;
+    }
     zlog_info(log, "ends on signal %u", received.ssi_signo);
     loop.Stop();
   });

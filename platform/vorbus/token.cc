@@ -20,7 +20,7 @@ using bus::Kind;
 using bus::Message;
 using std::chrono::milliseconds;
 
-constexpr int kDispatchLimit = 1000;  // messages of the door, and of each link
+constexpr int kDispatchLimit = 100;  // messages of the door, and of each link
 constexpr int kMaxSockets = 4096;     // three for each process that is subscribed to
 constexpr auto kNever = std::chrono::steady_clock::time_point::max();
 

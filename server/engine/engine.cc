@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "cfm/identities.h"
+#include "engine/counters.h"
 #include "engine/messages.h"
 #include "protocol/interface_status.h"
 
@@ -83,6 +84,20 @@ void Engine::Advance(protocol::TimePoint now) {
 protocol::TimePoint Engine::deadline() const {
   if (!bridges_settled_) return {};
   return std::min({timers_.earliest(), points_.deadline(), status_due_});
+}
+
+void Engine::LogCounters() const {
+  for (const auto& [index, wire] : wires_) {
+    const port::Link* link = ports_.Find(index);
+    const std::string counters = ToText(ports_.CountersOf(index));
+    if (link == nullptr || counters.empty()) continue;
+    zlog_info(surroundings_.log, "port %s, frames: %s", contract::Quoted(link->name).c_str(), counters.c_str());
+  }
+  for (const auto& [key, end_point] : end_points_) {
+    const std::string counters = end_point->mep() == nullptr ? "" : ToText(*end_point->mep());
+    if (counters.empty()) continue;
+    zlog_info(surroundings_.log, "%s, frames: %s", contract::ToText(key).c_str(), counters.c_str());
+  }
 }
 
 // ---- The configuration ----

@@ -56,6 +56,9 @@ class Engine final : public contract::Machinery,
   void Advance(protocol::TimePoint now);
   protocol::TimePoint deadline() const;
 
+  /// Writes what ports and end points have counted into the log, at level info: of each that has counted something.
+  void LogCounters() const;
+
   void ConfigurationChanged(const contract::Change& change) override;
   void AnnounceStatus() override;
   client_server::OpReplyAllStats Statistics() const override;

@@ -44,15 +44,20 @@ TEST_P(EndingSignal, EndsTheServerWithStatusZeroWhileClientsAreConnected) {
 INSTANTIATE_TEST_SUITE_P(Which, EndingSignal, testing::Values(SIGTERM, SIGINT),
                          [](const auto& which) { return which.param == SIGTERM ? "SigTerm" : "SigInt"; });
 
-TEST(AServerProcess, IsNotEndedByAHangup) {
+class OtherSignal : public testing::TestWithParam<int> {};
+
+TEST_P(OtherSignal, DoesNotEndTheServer) {
   ServerProcess server;
-  server.process().Signal(SIGHUP);
+  server.process().Signal(GetParam());
   RawClient client(server.directory());
   ASSERT_TRUE(client.WaitForServer());
   EXPECT_EQ(client.Cache().domains_size(), 0);
   server.process().Signal(SIGTERM);
   EXPECT_EQ(server.process().Wait(), (End{0, 0}));
 }
+
+INSTANTIATE_TEST_SUITE_P(Which, OtherSignal, testing::Values(SIGHUP, SIGUSR1),
+                         [](const auto& which) { return which.param == SIGHUP ? "SigHup" : "SigUsr1"; });
 
 TEST(AServerProcess, BeginsWithAnEmptyCacheAfterItWasKilled) {
   ServerProcess server;

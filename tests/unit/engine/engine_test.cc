@@ -230,6 +230,27 @@ TEST_F(TwoElements, TakeBackTheCountOfAFrameThatTheKernelRefusedLater) {
   west.engine.NotSent(99, {});  // of an end point that is gone
 }
 
+TEST_F(TwoElements, WriteWhatTheyHaveCountedIntoTheLog) {
+  ConfigureAndMeet();
+  const auto counted = [&] {
+    simulation.middleware.Take();
+    west.engine.LogCounters();
+    std::vector<std::string> lines;
+    for (const auto& entry : Only(simulation.middleware.Take(), {recording::Kind::kLog})) {
+      lines.push_back(entry.text);
+    }
+    return lines;
+  };
+  EXPECT_THAT(counted(), IsEmpty());
+  pdu::EthernetHeader header;
+  header.destination = {0x02, 0, 0, 0, 0, 2};
+  header.source = {0x02, 0, 0, 0, 0, 9};
+  west.engine.Received(2, {.header = header, .pdu = std::vector<std::uint8_t>{5U << 5U, 99, 0, 0, 0}, .stamps = {}});
+  west.engine.Received(2, {.header = header, .pdu = std::vector<std::uint8_t>{5U << 5U, 1, 0, 0, 0}, .stamps = {}});
+  EXPECT_THAT(counted(), ElementsAre(AllOf(HasSubstr("end point 'd'/'a'/1, frames: "), HasSubstr("malformed, "),
+                                           HasSubstr("of an unknown opcode: 1"))));
+}
+
 TEST_F(TwoElements, AnswerTheStatusOnceForAllWhoAskTogether) {
   ConfigureAndMeet();
   for (int client = 0; client < 10; ++client) {
