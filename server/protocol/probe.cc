@@ -6,7 +6,7 @@ namespace cfm::protocol {
 
 Probe::Probe(const ProbeSettings& settings, Transmitter& transmitter, ProbeOutput& output, TimePoint now)
     : settings_(settings), transmitter_(transmitter), output_(output) {
-  if (settings_.interval_s != 0) next_run_ = now;
+  if (settings_.interval_s != 0) next_run_ = now + kSettling;
 }
 
 void Probe::SetSession(std::uint16_t session_id, const DelayParameters& parameters) {

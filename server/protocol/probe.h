@@ -32,6 +32,9 @@ class Probe {
   /// As long as there is nothing to measure, or nobody to measure with, it is looked again after this time.
   static constexpr Duration kRetry = std::chrono::seconds(1);
 
+  /// From its beginning to its first run: its sessions come one after the other, and all belong to that run.
+  static constexpr Duration kSettling = std::chrono::seconds(1);
+
   Probe(const ProbeSettings& settings, Transmitter& transmitter, ProbeOutput& output, TimePoint now);
 
   const ProbeSettings& settings() const { return settings_; }

@@ -62,6 +62,16 @@ TEST_F(AProbe, RunsItsSessionsInTheOrderOfTheirIdsAgainAndAgain) {
   EXPECT_EQ(one_.reports[2].started_at - report.started_at, 10s);
 }
 
+TEST_F(AProbe, WaitsBeforeItsFirstRunForAllOfItsSessions) {
+  Begin(60);
+  SetSession(1, {.messages = 1});
+  network_.RunFor(500ms);
+  SetSession(2, {.messages = 1});
+  network_.RunFor(5s);
+  EXPECT_THAT(one_.TakeEvents(),
+              ElementsAre("probe 1 session 1 run 1 complete: 1 of 1", "probe 1 session 2 run 1 complete: 1 of 1"));
+}
+
 TEST_F(AProbe, SkipsARunWhoseTurnComesWhileTheOneBeforeIsGoing) {
   Begin(1);
   SetSession(1, {.messages = 25, .interval_ms = 100});
@@ -110,7 +120,7 @@ TEST_F(AProbe, AbortsASessionThatIsRemovedAndGoesOnWithTheNext) {
   Begin(60);
   SetSession(1, {.messages = 100, .interval_ms = 100});
   SetSession(2, {.messages = 1});
-  network_.RunFor(1550ms);
+  network_.RunFor(Probe::kSettling + 1550ms);
   one_.Do([](Mep& mep, TimePoint now) {
     mep.RemoveSession(1, 1, now);
     return 0;
