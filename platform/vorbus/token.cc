@@ -21,7 +21,7 @@ using bus::Message;
 using std::chrono::milliseconds;
 
 constexpr int kDispatchLimit = 100;  // messages of the door, and of each link
-constexpr int kMaxSockets = 4096;     // three for each process that is subscribed to
+constexpr int kMaxSockets = 4096;    // three for each process that is subscribed to
 constexpr auto kNever = std::chrono::steady_clock::time_point::max();
 
 Message PayloadMessage(const Header& header, const void* data, std::size_t size) {
