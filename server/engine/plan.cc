@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <set>
 #include <string_view>
 
 namespace cfm::engine {
@@ -86,9 +87,11 @@ std::variant<AssociationPlan, Refusal> PlanAssociation(const pb::OpCreateMainten
   for (const std::uint32_t vid : association.vids()) {
     plan.vids.push_back(checks.InRange<std::uint16_t>("the VLAN id", vid, 1, kHighestVid));
   }
+  std::set<std::uint16_t> mep_ids;
   for (const std::uint32_t id : association.mep_ids()) {
-    plan.mep_ids.insert(checks.InRange<std::uint16_t>("the MEP id", id, 1, kHighestMepId));
+    mep_ids.insert(checks.InRange<std::uint16_t>("the MEP id", id, 1, kHighestMepId));
   }
+  plan.mep_ids.assign(mep_ids.begin(), mep_ids.end());
   plan.ais_suppresses_missing = association.ais().aux_flag();
   if (association.ais().enabled()) PlanAis(association.ais(), plan);
   plan.mip_creation = protocol::Resolve(CreationOf(association.mhf_creation()), CreationOf(domain.mhf_creation()));
@@ -125,9 +128,11 @@ std::variant<EndPointPlan, Refusal> PlanEndPoint(const AssociationPlan& associat
   settings.enabled = endpoint.admin_state();
   settings.send_ccms = endpoint.tx_ccm_enabled();
   settings.interval = association.interval;
-  std::set<std::uint16_t> mep_ids = association.mep_ids;
-  mep_ids.insert(plan.identity.mep_id);
-  settings.mep_ids.assign(mep_ids.begin(), mep_ids.end());
+  settings.mep_ids = association.mep_ids;
+  const auto place = std::lower_bound(settings.mep_ids.begin(), settings.mep_ids.end(), plan.identity.mep_id);
+  if (place == settings.mep_ids.end() || *place != plan.identity.mep_id) {
+    settings.mep_ids.insert(place, plan.identity.mep_id);
+  }
   settings.learn = endpoint.aux_flag();
   settings.primary_vid = checks.InRange<std::uint16_t>("the primary VLAN id", endpoint.primary_vid(), 0, kHighestVid);
   settings.inner_vid = checks.InRange<std::uint16_t>("the inner VLAN id", endpoint.inner_vid(), 0, kHighestVid);

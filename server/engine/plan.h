@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <set>
 #include <string>
 #include <variant>
 #include <vector>
@@ -29,8 +28,8 @@ struct AssociationPlan {
   std::uint8_t level = 0;
   pdu::Maid maid;
   std::vector<std::uint16_t> vids;
-  std::uint8_t interval = 0;  ///< code, see protocol::IntervalOf()
-  std::set<std::uint16_t> mep_ids;
+  std::uint8_t interval = 0;           ///< code, see protocol::IntervalOf()
+  std::vector<std::uint16_t> mep_ids;  ///< ascending
   std::optional<protocol::SystemId> sender_id;
   bool ais_suppresses_missing = false;
   std::optional<protocol::AisSettings> ais;
