@@ -19,6 +19,7 @@ const typename Map::mapped_type& FindByName(const Map& map, const std::string& n
   const auto found = map.find(name);
   if (found != map.end()) return found->second;
   std::vector<std::string_view> names;
+  names.reserve(map.size());
   for (const auto& [key, value] : map) names.push_back(key);
   const std::string_view nearest = Nearest(name, names);
   throw Failure(kBadInput, fmt::format("{} has no {} {}{}", where, kind, Escape(name),
