@@ -29,14 +29,19 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
+#include <deque>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <mutex>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <utility>
 
 #include "cfm/client.h"
 #include "client_server.pb.h"
@@ -44,11 +49,56 @@
 
 namespace {
 
+// Lines to standard output, by a thread: a test that does not read for a while must not hold the application up.
+class Output {
+ public:
+  ~Output() {
+    {
+      const std::lock_guard lock(mutex_);
+      is_over_ = true;
+    }
+    changed_.notify_one();
+    writer_.join();
+  }
+
+  void Write(std::string line) {
+    {
+      const std::lock_guard lock(mutex_);
+      lines_.push_back(std::move(line));
+    }
+    changed_.notify_one();
+  }
+
+ private:
+  void Run() {
+    std::unique_lock lock(mutex_);
+    while (true) {
+      changed_.wait(lock, [this] { return is_over_ || !lines_.empty(); });
+      if (lines_.empty()) {
+        return;
+      }
+      const std::string line = std::move(lines_.front());
+      lines_.pop_front();
+      lock.unlock();
+      std::cout << line << std::endl;
+      lock.lock();
+    }
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<std::string> lines_;
+  bool is_over_ = false;
+  std::thread writer_{[this] { Run(); }};
+};
+
 template <typename... Values>
 void Print(const Values&... values) {
+  static Output output;
+  std::ostringstream line;
   std::string separator;
-  ((std::cout << separator << values, separator = " "), ...);
-  std::cout << std::endl;
+  ((line << separator << values, separator = " "), ...);
+  output.Write(line.str());
 }
 
 int Number(std::uint8_t value) {
