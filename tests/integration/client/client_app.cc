@@ -92,13 +92,17 @@ class Output {
   std::thread writer_{[this] { Run(); }};
 };
 
+Output& StandardOutput() {
+  static Output output;
+  return output;
+}
+
 template <typename... Values>
 void Print(const Values&... values) {
-  static Output output;
   std::ostringstream line;
   std::string separator;
   ((line << separator << values, separator = " "), ...);
-  output.Write(line.str());
+  StandardOutput().Write(line.str());
 }
 
 int Number(std::uint8_t value) {
