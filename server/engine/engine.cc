@@ -532,15 +532,19 @@ std::vector<protocol::MipSettings> Engine::WantedMips(const std::set<port::Index
     }
   }
   std::vector<protocol::CoveredVlan> vlans;
+  vlans.reserve(covered.size());
   for (auto& [place, vlan] : covered) vlans.push_back(std::move(vlan));
   const std::set<protocol::MipPlace> places = protocol::MipsOf(vlans);
   std::vector<protocol::MipSettings> mips;
+  mips.reserve(places.size());
   for (const protocol::MipPlace& place : places) {
     mips.push_back({.place = place, .sender_id = sender_ids.at(place.level)});
   }
   std::vector<protocol::CheckedPort> checked_ports;
+  checked_ports.reserve(checked.size());
   for (auto& [index, port] : checked) checked_ports.push_back(std::move(port));
   std::vector<protocol::CheckedMa> checked_mas;
+  checked_mas.reserve(mas.size());
   for (auto& [key, ma] : mas) checked_mas.push_back(std::move(ma));
   LogFindings(protocol::FindConfigurationErrors(checked_ports, checked_mas, places));
   return mips;

@@ -13,8 +13,6 @@ namespace cfm_test {
 namespace {
 
 namespace pb = client_server;
-using testing::ElementsAre;
-
 template <typename Message>
 Message From(const std::string& text) {
   Message message;
