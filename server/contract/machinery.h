@@ -13,7 +13,8 @@ namespace cfm::contract {
 /// None of these may call back into the server.
 class Machinery {
  public:
-  /// The cache is another one. Removed objects are announced by the machinery, when they have ended.
+  /// What a request has made of the cache, which may be nothing. Removed objects are announced by the machinery, when
+  /// they have ended.
   virtual void ConfigurationChanged(const Change& change) = 0;
 
   /// Every local and remote MEP is to be announced, at the latest after a moment; requests that come in between share

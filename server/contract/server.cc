@@ -112,8 +112,8 @@ void Server::Handle(vorbus_pid_t sender, const Request& request) {
   const Outcome outcome = cache_.Apply(request);
   if (const auto* refusal = std::get_if<Refusal>(&outcome)) {
     Warn(sender, Request::descriptor()->name(), refusal->text);
-  } else if (const auto& change = std::get<Change>(outcome); change.effect != Effect::kUnchanged) {
-    machinery_.ConfigurationChanged(change);
+  } else {
+    machinery_.ConfigurationChanged(std::get<Change>(outcome));
   }
 }
 

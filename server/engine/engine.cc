@@ -113,6 +113,7 @@ struct Engine::Apply {
 };
 
 void Engine::ConfigurationChanged(const contract::Change& change) {
+  if (change.effect == contract::Effect::kUnchanged) return;
   if (!links_.empty()) bridges_settled_ = false;
   if (change.effect == contract::Effect::kRemoved) {
     Freed freed;
@@ -124,7 +125,7 @@ void Engine::ConfigurationChanged(const contract::Change& change) {
     for (const contract::EndpointKey& key : freed.end_points) {
       if (end_points_.contains(key)) ApplyEndPoint(key);
     }
-  } else if (change.effect != contract::Effect::kUnchanged) {
+  } else {
     std::visit(Apply{*this}, change.object);
   }
 }
@@ -494,6 +495,10 @@ void Engine::SettleBridges() {
 }
 
 std::vector<protocol::MipSettings> Engine::WantedMips(const std::set<port::Index>& ports) {
+  if (ports.empty()) {
+    findings_.clear();
+    return {};
+  }
   using Place = std::pair<port::Index, protocol::Vlan>;
   std::map<Place, protocol::CoveredVlan> covered;
   std::map<std::uint8_t, std::optional<protocol::SystemId>> sender_ids;
@@ -501,7 +506,7 @@ std::vector<protocol::MipSettings> Engine::WantedMips(const std::set<port::Index
   std::map<port::Index, protocol::CheckedPort> checked;
   for (const auto& [key, state] : associations_) {
     const auto* plan = std::get_if<AssociationPlan>(&state);
-    if (plan == nullptr || ports.empty()) continue;
+    if (plan == nullptr) continue;
     sender_ids.emplace(plan->level, plan->sender_id);
     protocol::CheckedMa& ma = mas[key];
     ma.name = contract::ToText(key);

@@ -46,7 +46,7 @@ class LinuxPorts final : public Ports {
   void Flush();
 
   const Link* Find(Index index) const override { return links_.Find(index); }
-  const Link* FindByName(std::string_view name) const override { return links_.FindByName(name); }
+  const Link* FindByName(std::string_view name) const { return links_.FindByName(name); }
   bool Open(Index index) override;
   void Close(Index index) override;
   bool Send(Index index, const protocol::OutgoingFrame& frame, Owner owner) override;

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "pdu/ccm.h"
@@ -72,7 +71,6 @@ class Ports {
  public:
   /// Null when there is none. Good until the next event.
   virtual const Link* Find(Index index) const = 0;
-  virtual const Link* FindByName(std::string_view name) const = 0;
 
   /// Listens on a port, until Close() or until it is gone. Open ports stay open when they go down. False, and logged,
   /// when the system refuses.

@@ -16,12 +16,6 @@ const port::Link* SimulatedPorts::Find(port::Index index) const {
   return link == links.end() ? nullptr : &link->second;
 }
 
-const port::Link* SimulatedPorts::FindByName(std::string_view name) const {
-  const auto link =
-      std::find_if(links.begin(), links.end(), [&](const auto& entry) { return entry.second.name == name; });
-  return link == links.end() ? nullptr : &link->second;
-}
-
 bool SimulatedPorts::Open(port::Index index) {
   if (refuses_to_open || !links.contains(index)) return false;
   open.insert(index);

@@ -33,7 +33,6 @@ class SimulatedPorts final : public port::Ports {
   explicit SimulatedPorts(Element& element) : element_(element) {}
 
   const port::Link* Find(port::Index index) const override;
-  const port::Link* FindByName(std::string_view name) const override;
   bool Open(port::Index index) override;
   void Close(port::Index index) override;
   bool Send(port::Index index, const protocol::OutgoingFrame& frame, port::Owner owner) override;

@@ -61,7 +61,6 @@ using cfm::engine::Engine;
 class NoPorts final : public cfm::port::Ports {
  public:
   const cfm::port::Link* Find(cfm::port::Index /*index*/) const override { return nullptr; }
-  const cfm::port::Link* FindByName(std::string_view /*name*/) const override { return nullptr; }
   bool Open(cfm::port::Index /*index*/) override { return false; }
   void Close(cfm::port::Index /*index*/) override {}
   bool Send(cfm::port::Index /*index*/, const cfm::protocol::OutgoingFrame& /*frame*/,
