@@ -4,7 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
+#include <span>
+#include <utility>
 
 #include "flow.h"
 #include "wire.h"
@@ -14,6 +15,23 @@ namespace bus {
 
 // A message with room for its payload behind the header.
 Message MakeMessage(const Header& header, std::size_t payload);
+
+// A signal or an event that has come.
+struct Incoming {
+  Header header{};
+  Message message;
+  std::span<std::byte> payload;  // in the message
+
+  Incoming() = default;
+  Incoming(Incoming&& other) noexcept { *this = std::move(other); }
+  Incoming& operator=(Incoming&& other) noexcept {
+    header = other.header;
+    message = std::move(other.message);
+    // ZeroMQ keeps the octets of small ones within the message.
+    payload = message.size() > kHeaderSize ? message.octets().subspan(kHeaderSize) : std::span<std::byte>();
+    return *this;
+  }
+};
 
 class Channel {
  public:

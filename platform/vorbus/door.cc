@@ -57,7 +57,7 @@ Door::~Door() {
   if (socket_) {
     token_.Unwatch(socket_.fd());
   }
-  for (const Incoming& kept : kept_) {
+  for (const Signal& kept : kept_) {
     token_.Unkeep(kept.message);
   }
 }
@@ -147,21 +147,21 @@ std::uint64_t Door::ConnectionOf(int descriptor) const {
   return found != connections_.end() ? found->second : 0;
 }
 
-bool Door::Receive(Incoming& incoming) {
+bool Door::Receive(Signal& signal) {
   while (socket_ready_) {
     if (socket_.Receive(id_part_) != 0) {
       socket_ready_ = false;
-    } else if (socket_.Receive(incoming.message) == 0 && Accept(incoming)) {
+    } else if (socket_.Receive(signal.message) == 0 && Accept(signal)) {
       return true;
     }
   }
   return false;
 }
 
-bool Door::Accept(Incoming& incoming) {
-  Message& message = incoming.message;
+bool Door::Accept(Signal& signal) {
+  Message& message = signal.message;
   const bool has_more_parts = message.HasMoreParts();
-  const std::span<const std::byte> octets = message.octets();
+  const std::span<std::byte> octets = message.octets();
   const std::optional<Header> header = has_more_parts ? std::nullopt : DecodeHeader(octets);
   for (bool more = has_more_parts; more;) {
     Message rest;
@@ -185,8 +185,9 @@ bool Door::Accept(Incoming& incoming) {
     }
     if (header->kind == Kind::kSignal) {
       peer->Take(octets.size());
-      incoming.peer = peer;
-      incoming.header = *header;
+      signal.peer = peer;
+      signal.header = *header;
+      signal.payload = octets.subspan(kHeaderSize);
       return true;
     }
     if (header->kind == Kind::kTaken && peer->NoteTaken(*header)) {
@@ -349,26 +350,26 @@ void Door::Shut(const Peer& peer) {
 }
 
 void Door::Absorb() {
-  Incoming incoming;
-  while (token_.HasRoom() && Receive(incoming)) {
-    token_.Keep(incoming.message);
-    kept_.push_back(std::move(incoming));
+  Signal signal;
+  while (token_.HasRoom() && Receive(signal)) {
+    token_.Keep(signal.message);
+    kept_.push_back(std::move(signal));
   }
 }
 
 int Door::Deliver(int limit) {
   int calls = 0;
-  Incoming incoming;
+  Signal signal;
   for (int handled = 0; handled < limit; ++handled) {
     if (!kept_.empty()) {
-      incoming = std::move(kept_.front());
+      signal = std::move(kept_.front());
       kept_.pop_front();
-      token_.Unkeep(incoming.message);
-    } else if (!Receive(incoming)) {
+      token_.Unkeep(signal.message);
+    } else if (!Receive(signal)) {
       break;
     }
-    if (incoming.peer->state_ != Peer::State::kSevered) {
-      calls += token_.CallSignalHandlers(incoming.peer->pid_, incoming.header, incoming.message);
+    if (signal.peer->state_ != Peer::State::kSevered) {
+      calls += token_.CallSignalHandlers(signal.peer->pid_, signal);
     }
   }
   if (any_gone_ && !HasWork()) {

@@ -83,10 +83,8 @@ class Door {
   friend class Peer;
 
   // A signal, and who sent it.
-  struct Incoming {
+  struct Signal : Incoming {
     Peer* peer = nullptr;
-    Header header{};
-    Message message;
   };
 
   Channel::Sent Transmit(const RoutingId& id, Message& message);
@@ -94,8 +92,8 @@ class Door {
   void ConnectionGone(int descriptor);
   // The serial number of the connection with that descriptor, 0 when there is none.
   std::uint64_t ConnectionOf(int descriptor) const;
-  bool Receive(Incoming& incoming);
-  bool Accept(Incoming& incoming);
+  bool Receive(Signal& signal);
+  bool Accept(Signal& signal);
   Peer* Find(std::string_view id);
   bool NoteHello(std::string_view id, Peer* peer, const Header& header, Message& message);
   bool NoteNewcomer(std::string_view id, const Header& header, Message& message);
@@ -125,7 +123,7 @@ class Door {
   Peer* latest_ = nullptr;  // that something came from
   std::unordered_map<std::uint64_t, std::vector<Peer*>> audiences_;
   Message id_part_;  // of the message that is being received
-  std::deque<Incoming> kept_;
+  std::deque<Signal> kept_;
 };
 
 }  // namespace bus

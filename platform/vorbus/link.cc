@@ -175,7 +175,7 @@ bool Link::Receive(Incoming& incoming) {
 
 bool Link::Accept(Incoming& incoming) {
   Message& message = incoming.message;
-  const std::span<const std::byte> octets = message.octets();
+  const std::span<std::byte> octets = message.octets();
   const std::optional<Header> header = message.HasMoreParts() ? std::nullopt : DecodeHeader(octets);
   bool is_well_formed = header.has_value();
   if (is_well_formed && header->to != token_.pid()) {
@@ -194,6 +194,7 @@ bool Link::Accept(Incoming& incoming) {
         if (pid_ != 0) {
           Take(octets.size());
           incoming.header = *header;
+          incoming.payload = octets.subspan(kHeaderSize);
           return true;
         }
         is_well_formed = false;
@@ -273,8 +274,8 @@ int Link::Deliver(int limit) {
     if (!HasSubscribers() || !Next(incoming)) {
       break;
     }
-    calls += incoming.header.kind == Kind::kEvent ? token_.CallEventHandlers(incoming.header, incoming.message)
-                                                  : token_.CallSignalHandlers(pid_, incoming.header, incoming.message);
+    calls += incoming.header.kind == Kind::kEvent ? token_.CallEventHandlers(incoming)
+                                                  : token_.CallSignalHandlers(pid_, incoming);
   }
   calls += ReportFound();
   if (state_ == State::kEnding && kept_.empty() && !socket_ready_) {

@@ -70,12 +70,6 @@ class Link final : public Channel {
  private:
   enum class State { kWaiting, kGreeting, kReady, kEnding };
 
-  // A signal or an event.
-  struct Incoming {
-    Header header{};
-    Message message;
-  };
-
   Sent Transmit(Message& message) override;
   bool Connect();
   void Disconnect(int linger_ms);

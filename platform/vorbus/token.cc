@@ -24,12 +24,8 @@ constexpr int kDispatchLimit = 100;  // messages of the door, and of each link
 constexpr int kMaxSockets = 4096;    // three for each process that is subscribed to
 constexpr auto kNever = std::chrono::steady_clock::time_point::max();
 
-Message PayloadMessage(const Header& header, const void* data, std::size_t size) {
-  Message message = bus::MakeMessage(header, size);
-  if (size != 0) {
-    std::memcpy(message.data() + bus::kHeaderSize, data, size);
-  }
-  return message;
+void* DataOf(const bus::Incoming& incoming) {
+  return incoming.payload.empty() ? nullptr : incoming.payload.data();
 }
 
 void ReadCounter(int fd) {
@@ -268,7 +264,7 @@ int vorbus::SendSignal(std::uint32_t to, std::uint64_t signal, const void* data,
     return -ESRCH;
   }
   const Header header{Kind::kSignal, to, static_cast<std::uint32_t>(signal >> 32), static_cast<std::uint32_t>(signal)};
-  Message message = PayloadMessage(header, data, size);
+  Message message = pool_.Make(header, data, size);
   return SendWaiting(*route->second, message);
 }
 
@@ -329,7 +325,7 @@ int vorbus::Publish(std::uint64_t event, const void* data, std::size_t size) {
     if (!peer->HasRoom()) {
       return false;
     }
-    Message message = PayloadMessage(
+    Message message = pool_.Make(
         {Kind::kEvent, peer->pid(), static_cast<std::uint32_t>(event >> 32), static_cast<std::uint32_t>(event)}, data,
         size);
     const Channel::Sent sent = peer->Send(message);
@@ -404,24 +400,20 @@ void vorbus::EventsChanged() {
   Wake();
 }
 
-int vorbus::CallSignalHandlers(std::uint32_t sender, const Header& header, Message& message) {
+int vorbus::CallSignalHandlers(std::uint32_t sender, const bus::Incoming& signal) {
   int calls = 0;
-  const std::size_t size = message.size() - bus::kHeaderSize;
-  void* data = size != 0 ? message.data() + bus::kHeaderSize : nullptr;
-  signals_.Each(bus::Identity(header.id, header.number), [&](const vorbus_registration& registration) {
+  signals_.Each(bus::Identity(signal.header.id, signal.header.number), [&](const vorbus_registration& registration) {
     const vorbus_pid_t pid = sender;
-    registration.function(this, registration.user, &pid, data, size);
+    registration.function(this, registration.user, &pid, DataOf(signal), signal.payload.size());
     ++calls;
   });
   return calls;
 }
 
-int vorbus::CallEventHandlers(const Header& header, Message& message) {
+int vorbus::CallEventHandlers(const bus::Incoming& event) {
   int calls = 0;
-  const std::size_t size = message.size() - bus::kHeaderSize;
-  void* data = size != 0 ? message.data() + bus::kHeaderSize : nullptr;
-  events_.Each(bus::Identity(header.id, header.number), [&](const vorbus_eventreg& registration) {
-    registration.function(this, registration.user, data, size);
+  events_.Each(bus::Identity(event.header.id, event.header.number), [&](const vorbus_eventreg& registration) {
+    registration.function(this, registration.user, DataOf(event), event.payload.size());
     ++calls;
   });
   return calls;

@@ -17,6 +17,7 @@
 #include "fd.h"
 #include "handlers.h"
 #include "link.h"
+#include "message_pool.h"
 
 struct vorbus_registration : bus::Handler<vorbus_sig_fn> {};
 struct vorbus_eventreg : bus::Handler<vorbus_event_fn> {};
@@ -54,8 +55,8 @@ struct vorbus {
   // Whether Link::Look is called when a socket comes up.
   bool SeesChanges() const { return static_cast<bool>(changes_); }
   std::vector<std::uint64_t> WantedEvents() const { return events_.Identities(); }
-  int CallSignalHandlers(std::uint32_t sender, const bus::Header& header, bus::Message& message);
-  int CallEventHandlers(const bus::Header& header, bus::Message& message);
+  int CallSignalHandlers(std::uint32_t sender, const bus::Incoming& signal);
+  int CallEventHandlers(const bus::Incoming& event);
   // The channel by which signals to a process go: the first that comes keeps it, so that they stay in order.
   void AddRoute(bus::Channel& channel);
   void RemoveRoute(const bus::Channel& channel);
@@ -85,6 +86,7 @@ struct vorbus {
   void EventsChanged();
 
   std::chrono::milliseconds send_timeout_;
+  bus::MessagePool pool_;
   void* context_ = nullptr;
   bus::Directory directory_;
   std::uint32_t pid_ = 0;

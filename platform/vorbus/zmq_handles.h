@@ -21,6 +21,14 @@ class Message {
       throw std::bad_alloc();
     }
   }
+  // Of octets that stay valid until free(octets, hint) is called, in whichever thread the message ends; at once when
+  // it cannot be made.
+  Message(void* octets, std::size_t size, zmq_free_fn* free, void* hint) {
+    if (zmq_msg_init_data(&message_, octets, size, free, hint) != 0) {
+      free(octets, hint);
+      throw std::bad_alloc();
+    }
+  }
   Message(Message&& other) noexcept : Message() { zmq_msg_move(&message_, &other.message_); }
   Message& operator=(Message&& other) noexcept {
     zmq_msg_move(&message_, &other.message_);
@@ -33,7 +41,7 @@ class Message {
   zmq_msg_t* get() { return &message_; }
   std::byte* data() { return static_cast<std::byte*>(zmq_msg_data(&message_)); }
   std::size_t size() const { return zmq_msg_size(&message_); }
-  std::span<const std::byte> octets() { return {data(), size()}; }
+  std::span<std::byte> octets() { return {data(), size()}; }
   bool HasMoreParts() const { return zmq_msg_more(&message_) != 0; }
 
   // The descriptor of the connection that it came on, or -1.
