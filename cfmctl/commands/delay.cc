@@ -61,36 +61,54 @@ void PrintResults(const DelayResults& results) {
   std::cout << fmt::format("delay variation min/mean/max = {} us\n", SpreadText(results.variation));
 }
 
-// One test of all messages: the server sends them and works out the results.
-class DelayTest final : public cfm::ReceivedDelayMeasurementHandlerIntf {
+// What is the same of all ways to measure: only the test under way counts, and one that is refused says so.
+class DelayHandler : public cfm::ReceivedDelayMeasurementHandlerIntf {
  public:
-  DelayTest(const DelayOptions& options, std::uint32_t trigger_id) : options_(options), trigger_id_(trigger_id) {}
+  explicit DelayHandler(const DelayOptions& options) : options_(options) {}
 
   const TestProgress& progress() const { return progress_; }
 
+  void Begin(std::uint32_t trigger_id) {
+    trigger_id_ = trigger_id;
+    progress_ = {};
+  }
+
   void OnDelayMeasurementTriggerError(std::uint32_t trigger_id, std::uint32_t error_code, const std::string& /*md*/,
                                       const std::string& /*ma*/, std::uint16_t /*mep_id*/,
-                                      std::uint16_t /*target_mep_id*/) override {
-    if (trigger_id != trigger_id_) return;
+                                      std::uint16_t /*target_mep_id*/) final {
+    if (!IsUnderWay(trigger_id)) return;
     progress_.refused = true;
     ReportRefusal(options_.json, error_code, RefusalText(error_code));
   }
 
-  void OnDelayMeasurementStarted(std::uint32_t trigger_id, const cfm::st_mac& target_mac) override {
-    if (trigger_id != trigger_id_) return;
+  void OnDelayMeasurementStarted(std::uint32_t trigger_id, const cfm::st_mac& target_mac) final {
+    if (!IsUnderWay(trigger_id)) return;
     progress_.started = true;
-    if (options_.json) {
-      WriteLine({{"event", "started"}, {"target-mac", target_mac.to_string()}, {"messages", options_.count}},
-                std::cout);
-      return;
-    }
-    PrintStart(options_, target_mac);
+    ShowStart(target_mac);
   }
 
+ protected:
+  virtual void ShowStart(const cfm::st_mac& target_mac) = 0;
+
+  bool IsUnderWay(std::uint32_t trigger_id) const { return trigger_id == trigger_id_ && !progress_.ended; }
+  void End() { progress_.ended = true; }
+  const DelayOptions& options() const { return options_; }
+
+ private:
+  const DelayOptions& options_;
+  std::uint32_t trigger_id_ = 0;
+  TestProgress progress_;
+};
+
+// One test of all messages: the server sends them and works out the results.
+class DelayTest final : public DelayHandler {
+ public:
+  using DelayHandler::DelayHandler;
+
   void OnDelayMeasurementReply(std::uint32_t trigger_id, const cfm::st_mac& source_mac) override {
-    if (trigger_id != trigger_id_) return;
+    if (!IsUnderWay(trigger_id)) return;
     ++replies_;
-    if (options_.json) {
+    if (options().json) {
       WriteLine({{"event", "reply"}, {"source-mac", source_mac.to_string()}}, std::cout);
       return;
     }
@@ -100,8 +118,8 @@ class DelayTest final : public cfm::ReceivedDelayMeasurementHandlerIntf {
   void OnDelayMeasurementEnded(std::uint32_t trigger_id, std::uint64_t rx_count, std::uint64_t tx_count,
                                double dm_result_1, double dm_result_2, double dm_result_3, double dm_result_4,
                                double dm_result_5, double dm_result_6, std::uint64_t dm_result_7) override {
-    if (trigger_id != trigger_id_) return;
-    progress_.ended = true;
+    if (!IsUnderWay(trigger_id)) return;
+    End();
     results_ = {.sent = tx_count,
                 .received = rx_count,
                 .delay = {dm_result_1, dm_result_2, dm_result_3},
@@ -109,12 +127,12 @@ class DelayTest final : public cfm::ReceivedDelayMeasurementHandlerIntf {
                 .octets_of_data = dm_result_7};
   }
 
-  bool passed() const { return progress_.ended && results_.sent > 0 && results_.received == results_.sent; }
+  bool passed() const { return progress().ended && results_.sent > 0 && results_.received == results_.sent; }
 
   void Summarise() const {
-    if (options_.json) {
-      Json json = {{"event", progress_.ended ? "ended" : "incomplete"}};
-      if (progress_.ended) {
+    if (options().json) {
+      Json json = {{"event", progress().ended ? "ended" : "incomplete"}};
+      if (progress().ended) {
         json.update(Json{{"sent", results_.sent},
                          {"received", results_.received},
                          {"lost", LostOf(results_)},
@@ -127,8 +145,8 @@ class DelayTest final : public cfm::ReceivedDelayMeasurementHandlerIntf {
       WriteLine(json, std::cout);
       return;
     }
-    std::cout << fmt::format("--- delay {}\n", TestText(options_.address));
-    if (progress_.ended) {
+    std::cout << fmt::format("--- delay {}\n", TestText(options().address));
+    if (progress().ended) {
       PrintResults(results_);
     } else {
       std::cout << fmt::format("not complete: {} so far\n", Count(replies_, "reply", "replies"));
@@ -136,51 +154,37 @@ class DelayTest final : public cfm::ReceivedDelayMeasurementHandlerIntf {
   }
 
  private:
+  void ShowStart(const cfm::st_mac& target_mac) override {
+    if (options().json) {
+      WriteLine({{"event", "started"}, {"target-mac", target_mac.to_string()}, {"messages", options().count}},
+                std::cout);
+      return;
+    }
+    PrintStart(options(), target_mac);
+  }
+
   static Json SpreadJson(const Spread& spread) {
     return {{"min", spread.minimum}, {"mean", spread.mean}, {"max", spread.maximum}};
   }
 
-  const DelayOptions& options_;
-  std::uint32_t trigger_id_;
-  TestProgress progress_;
   std::size_t replies_ = 0;
   DelayResults results_;
 };
 
 // A test for each message, as the server gives no single delays: the mean of one message is its delay.
-class DelaySeries final : public cfm::ReceivedDelayMeasurementHandlerIntf {
+class DelaySeries final : public DelayHandler {
  public:
-  explicit DelaySeries(const DelayOptions& options) : options_(options) {}
+  using DelayHandler::DelayHandler;
 
-  const TestProgress& progress() const { return progress_; }
-  bool passed() const { return received_ == options_.count; }
-
-  void BeginMessage(std::uint32_t trigger_id) {
-    trigger_id_ = trigger_id;
-    progress_ = {};
-  }
-
-  void OnDelayMeasurementTriggerError(std::uint32_t trigger_id, std::uint32_t error_code, const std::string& /*md*/,
-                                      const std::string& /*ma*/, std::uint16_t /*mep_id*/,
-                                      std::uint16_t /*target_mep_id*/) override {
-    if (trigger_id != trigger_id_) return;
-    progress_.refused = true;
-    ReportRefusal(options_.json, error_code, RefusalText(error_code));
-  }
-
-  void OnDelayMeasurementStarted(std::uint32_t trigger_id, const cfm::st_mac& target_mac) override {
-    if (trigger_id != trigger_id_) return;
-    progress_.started = true;
-    if (!std::exchange(is_announced_, true)) PrintStart(options_, target_mac);
-  }
+  bool passed() const { return received_ == options().count; }
 
   void OnDelayMeasurementReply(std::uint32_t /*trigger_id*/, const cfm::st_mac& /*source_mac*/) override {}
 
   void OnDelayMeasurementEnded(std::uint32_t trigger_id, std::uint64_t rx_count, std::uint64_t tx_count,
                                double /*minimum*/, double mean, double /*maximum*/, double /*minimum*/, double /*mean*/,
                                double /*maximum*/, std::uint64_t octets_of_data) override {
-    if (trigger_id != trigger_id_ || progress_.ended) return;
-    progress_.ended = true;
+    if (!IsUnderWay(trigger_id)) return;
+    End();
     octets_of_data_ = octets_of_data;
     sent_ += tx_count;
     received_ += rx_count;
@@ -196,7 +200,7 @@ class DelaySeries final : public cfm::ReceivedDelayMeasurementHandlerIntf {
 
   void Summarise() const {
     if (!is_announced_) return;
-    std::cout << fmt::format("--- delay {}\n", TestText(options_.address));
+    std::cout << fmt::format("--- delay {}\n", TestText(options().address));
     PrintResults({.sent = sent_,
                   .received = received_,
                   .delay = SpreadOf(delays_),
@@ -206,6 +210,10 @@ class DelaySeries final : public cfm::ReceivedDelayMeasurementHandlerIntf {
   }
 
  private:
+  void ShowStart(const cfm::st_mac& target_mac) override {
+    if (!std::exchange(is_announced_, true)) PrintStart(options(), target_mac);
+  }
+
   static Spread SpreadOf(const std::vector<double>& values) {
     if (values.empty()) return {};
     const auto [minimum, maximum] = std::minmax_element(values.begin(), values.end());
@@ -213,9 +221,6 @@ class DelaySeries final : public cfm::ReceivedDelayMeasurementHandlerIntf {
     return {*minimum, sum / static_cast<double>(values.size()), *maximum};
   }
 
-  const DelayOptions& options_;
-  std::uint32_t trigger_id_ = 0;
-  TestProgress progress_;
   bool is_announced_ = false;
   std::uint64_t sent_ = 0;
   std::uint64_t received_ = 0;
@@ -242,7 +247,8 @@ constexpr std::chrono::seconds kAfterwards(5);
 
 int MeasureAtOnce(ConfiguredClient& configured, const DelayOptions& options, std::chrono::milliseconds interval,
                   const cfm::delay_measurement_trigger& trigger) {
-  DelayTest test(options, trigger.trigger_id);
+  DelayTest test(options);
+  test.Begin(trigger.trigger_id);
   configured.client().RegisterDelayMeasurementHandler(&test);
   configured.Synchronise();
   RunTest(
@@ -260,7 +266,7 @@ int MeasureOneByOne(ConfiguredClient& configured, const DelayOptions& options, s
   try {
     for (std::uint32_t i = 0; i < options.count && !series.progress().refused; ++i) {
       trigger.trigger_id = RandomTriggerId();
-      series.BeginMessage(trigger.trigger_id);
+      series.Begin(trigger.trigger_id);
       const auto next = std::chrono::steady_clock::now() + interval;
       AwaitTest(configured, series.progress(), kAfterwards,
                 [&] { configured.client().DelayMeasurementTrigger(trigger); });
