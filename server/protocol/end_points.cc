@@ -1,7 +1,6 @@
 #include "protocol/end_points.h"
 
 #include <algorithm>
-#include <optional>
 #include <set>
 
 namespace cfm::protocol {
@@ -69,18 +68,6 @@ EndPoints::Encounter EndPoints::Meet(const pdu::EthernetHeader& ethernet, const 
   }
   stop(from == Side::kWire ? points.up : points.down, true);
   return encounter;
-}
-
-Mep* EndPoints::Receive(const ReceivedFrame& frame, TimePoint now) {
-  const auto header = pdu::DecodeHeader(frame.pdu);
-  if (!header) {
-    ++malformed_;
-    return nullptr;
-  }
-  const Encounter encounter = Meet(frame.header, *header, Side::kWire);
-  if (encounter.mep == nullptr || encounter.behind) return nullptr;
-  encounter.mep->Receive(frame, now);
-  return encounter.mep;
 }
 
 std::vector<LevelFilter> EndPoints::Filters() const {

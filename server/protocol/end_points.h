@@ -8,14 +8,12 @@
 #include <unordered_map>
 #include <vector>
 
-#include "pdu/decoded.h"
 #include "pdu/ethernet.h"
 #include "pdu/header.h"
 #include "protocol/frame.h"
 #include "protocol/level_filter.h"
 #include "protocol/mep.h"
 #include "protocol/mip.h"
-#include "protocol/time.h"
 #include "protocol/vlan.h"
 
 namespace cfm::protocol {
@@ -43,12 +41,9 @@ class EndPoints {
   void Add(Mip& mip) { by_vlan_[mip.place().vlan].mip = &mip; }
   void Remove(Mip& mip);
 
+  /// The MEP that stops a frame is, of those that are enabled, the one of the lowest level that is not below the
+  /// frame's.
   Encounter Meet(const pdu::EthernetHeader& ethernet, const pdu::Header& header, Side from) const;
-
-  /// Of a port without a bridge: hands the frame from the wire to the end point that stops it: of those on its VLAN
-  /// that are enabled, the one of the lowest level that is not below the frame's. Null: it passes all of them, or is
-  /// too short to have a level.
-  Mep* Receive(const ReceivedFrame& frame, TimePoint now);
 
   /// One for each VLAN on which something is to be dropped, in their order.
   std::vector<LevelFilter> Filters() const;
@@ -56,7 +51,6 @@ class EndPoints {
   bool empty() const { return by_vlan_.empty(); }
   /// Whether one of them sends towards the relay, or takes frames from there.
   bool FaceRelay() const;
-  std::uint64_t malformed() const { return malformed_; }
 
  private:
   using MepsByLevel = std::multimap<std::uint8_t, Mep*>;
@@ -73,7 +67,6 @@ class EndPoints {
   static Mep* Stopping(const MepsByLevel& meps, std::uint8_t level);
 
   std::unordered_map<Vlan, Points, VlanHash> by_vlan_;
-  std::uint64_t malformed_ = 0;
 };
 
 }  // namespace cfm::protocol

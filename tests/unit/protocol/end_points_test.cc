@@ -36,7 +36,7 @@ class EndPointsOfOnePort : public testing::Test {
     header.destination = pdu::ToAddress({.group_class = pdu::GroupClass::k1, .level = level});
     if (vid) header.outer = pdu::Tag{.priority = 7, .drop_eligible = false, .vid = *vid};
     if (inner_vid) header.inner = pdu::Tag{.priority = 7, .drop_eligible = false, .vid = *inner_vid};
-    return end_points_.Receive({.header = header, .pdu = octets, .stamps = {}}, kStart);
+    return Deliver(end_points_, {.header = header, .pdu = octets, .stamps = {}}, kStart);
   }
 
   RecordingOutput output_;
@@ -109,13 +109,6 @@ TEST_F(EndPointsOfOnePort, AreGoneOnceRemoved) {
   EXPECT_EQ(Receive(5, 100), nullptr);
   EXPECT_EQ(Receive(5, 101), nullptr);
   EXPECT_EQ(Receive(5, 200), &two);
-}
-
-TEST_F(EndPointsOfOnePort, CountWhatIsTooShortToHaveALevel) {
-  Add(5);
-  const std::vector<std::uint8_t> three = {0xa0, 1, 0};
-  EXPECT_EQ(end_points_.Receive({.header = {}, .pdu = three, .stamps = {}}, kStart), nullptr);
-  EXPECT_EQ(end_points_.malformed(), 1U);
 }
 
 }  // namespace

@@ -33,6 +33,13 @@ PortState PortOf(std::uint8_t station) {
           .interface_status = pdu::InterfaceStatus::kUp};
 }
 
+Mep* Deliver(const EndPoints& points, const ReceivedFrame& frame, TimePoint now) {
+  const EndPoints::Encounter encounter = points.Meet(frame.header, *pdu::DecodeHeader(frame.pdu), Side::kWire);
+  if (encounter.mep == nullptr || encounter.behind) return nullptr;
+  encounter.mep->Receive(frame, now);
+  return encounter.mep;
+}
+
 Element::Element(Network& network, const MepIdentity& identity, const MepSettings& settings)
     : network_(network), timer_(network.timers_.Add()) {
   const auto random = [&network](Duration below) {
@@ -111,7 +118,7 @@ void Network::Arm(const Element& element) {
 }
 
 void Network::Land(const Flight& flight) {
-  flight.to->end_points.Receive({.header = flight.header, .pdu = flight.pdu, .stamps = {}}, now_);
+  Deliver(flight.to->end_points, {.header = flight.header, .pdu = flight.pdu, .stamps = {}}, now_);
   Arm(*flight.to);
 }
 

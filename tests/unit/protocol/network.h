@@ -28,6 +28,9 @@ MepSettings Watching(std::uint8_t interval, const std::set<std::uint16_t>& mep_i
 /// Present and up, with the address of that station.
 PortState PortOf(std::uint8_t station);
 
+/// Hands a frame from the wire to the end point of the port that faces it and stops it; null: there is none.
+Mep* Deliver(const EndPoints& points, const ReceivedFrame& frame, TimePoint now);
+
 class Network;
 
 /// A system with one port and one end point, whose station number is its MEP id. Frames that it sends go to all others
