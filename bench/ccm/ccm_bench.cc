@@ -35,6 +35,7 @@
 #include <vector>
 
 #include "element.h"
+#include "own_namespace.h"
 #include "protocol/time.h"
 
 namespace {
@@ -43,8 +44,6 @@ using namespace std::chrono_literals;
 using cfm_test::Element;
 using std::chrono::duration;
 using std::chrono::nanoseconds;
-
-constexpr const char* kMark = "CFM_CCM_BENCH_IN_NAMESPACE";
 
 void PinTo(pid_t process, std::size_t core) {
   cpu_set_t cores;
@@ -252,7 +251,7 @@ int RunInside(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (std::getenv(kMark) != nullptr) {
+  if (cfm_test::InOwnNamespace()) {
     try {
       return RunInside(argc, argv);
     } catch (const std::exception& error) {
@@ -260,22 +259,7 @@ int main(int argc, char** argv) {
       return 1;
     }
   }
-  if (std::system("unshare --user --map-root-user --net true 2>/dev/null") != 0) {
-    std::puts("skipped: no user and network namespace can be made here");
-    return 77;
-  }
-  setenv(kMark, "1", 1);
-  std::vector<char*> command = {const_cast<char*>("unshare"), const_cast<char*>("--user"),
-                                const_cast<char*>("--map-root-user"), const_cast<char*>("--net"),
-                                const_cast<char*>("/proc/self/exe")};
-  std::string self(4096, '\0');
-  const ssize_t length = readlink("/proc/self/exe", self.data(), self.size());
-  if (length <= 0) return 1;
-  self.resize(static_cast<std::size_t>(length));
-  command.back() = self.data();
-  command.insert(command.end(), argv + 1, argv + argc);
-  command.push_back(nullptr);
-  execvp(command.front(), command.data());
-  std::perror("unshare");
-  return 1;
+  cfm_test::RunInOwnNamespace(argc, argv);
+  std::puts("skipped: no user and network namespace can be made here");
+  return 77;
 }

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "namespace.h"
+#include "own_namespace.h"
 #include "process.h"
 
 namespace cfm_test {

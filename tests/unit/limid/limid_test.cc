@@ -16,9 +16,9 @@
 #include <thread>
 #include <vector>
 
-namespace {
+#include "own_namespace.h"
 
-constexpr const char* kInNamespace = "LIMID_TEST_IN_NAMESPACE";
+namespace {
 
 // The outputs begin with rubbish, so that "zero or empty on failure" is seen.
 struct Number {
@@ -77,7 +77,7 @@ class Limid : public testing::Test {
  protected:
   void SetUp() override {
     unsetenv("LIMID_MAP");
-    if (getenv(kInNamespace) == nullptr) GTEST_SKIP() << "skipped: no user and network namespace can be made here";
+    if (!cfm_test::InOwnNamespace()) GTEST_SKIP() << "skipped: no user and network namespace can be made here";
     if (system("ip link add left type veth peer name right") != 0) {  // NOLINT(cert-env33-c)
       GTEST_SKIP() << "skipped: this kernel makes no veth pair";
     }
@@ -270,26 +270,11 @@ TEST_F(Limid, IsOneOfTheTwoWhileOtherThreadsConvertAndTheFileIsReplaced) {
   EXPECT_EQ(wrong, 0);
 }
 
-// True when a process can get a user and a network namespace of its own.
-bool NamespacesWork() {
-  return system("unshare --user --map-root-user --net true 2>&-") == 0;  // NOLINT(cert-env33-c)
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (getenv(kInNamespace) == nullptr && NamespacesWork()) {
-    setenv(kInNamespace, "1", 1);
-    std::vector<char*> command;
-    command.reserve(static_cast<size_t>(argc) + 5);
-    std::array<std::string, 5> words = {"unshare", "--user", "--map-root-user", "--net", "/proc/self/exe"};
-    words[4] = std::filesystem::read_symlink(words[4]).string();
-    for (auto& word : words) command.push_back(word.data());
-    for (int i = 1; i < argc; ++i) command.push_back(argv[i]);
-    command.push_back(nullptr);
-    execvp("unshare", command.data());
-    perror("unshare");
-    return 1;
+  if (!cfm_test::InOwnNamespace()) {
+    cfm_test::RunInOwnNamespace(argc, argv);
   }
   testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
