@@ -43,7 +43,7 @@ class Runner {
         links_(loop_, [this] { ports_touched_ = true; }),
         client_(link_.token()),
         handover_(client_, ForClient(configuration_.model, configuration_.ports)) {
-    link_.on_found = [this] { Say("server found"); };
+    link_.on_found = [] { Say("server found"); };
     link_.on_lost = [this] { Lost(); };
     link_.on_cache = [this](const Model& before) { Synchronising(before); };
     reader_.on_cache = [this](const Model& cache) { read_back_ = cache; };

@@ -2,6 +2,20 @@
 
 namespace bus {
 
+namespace {
+
+constexpr int kHandshakeMs = 5000;
+
+}  // namespace
+
+void SetLimits(Socket& socket) {
+  socket.Set(ZMQ_SNDHWM, Flow::kQueueMessages);
+  socket.Set(ZMQ_RCVHWM, Flow::kQueueMessages);
+  socket.Set(ZMQ_HANDSHAKE_IVL, kHandshakeMs);
+  const std::int64_t limit = kHeaderSize + kMaxPayload;
+  zmq_setsockopt(socket.get(), ZMQ_MAXMSGSIZE, &limit, sizeof limit);
+}
+
 Message MakeMessage(const Header& header, std::size_t payload) {
   Message message(kHeaderSize + payload);
   EncodeHeader(message.data(), header);

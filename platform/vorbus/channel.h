@@ -13,6 +13,11 @@
 
 namespace bus {
 
+inline constexpr int kFlushMs = 1000;  // for what was sent when a side closes
+
+// Makes ZeroMQ keep to the limits of a link: its queues, how long a handshake takes, how large a message is.
+void SetLimits(Socket& socket);
+
 // A message with room for its payload behind the header.
 Message MakeMessage(const Header& header, std::size_t payload);
 

@@ -14,8 +14,6 @@ namespace bus {
 
 namespace {
 
-constexpr int kFlushMs = 1000;
-constexpr int kHandshakeMs = 5000;
 constexpr int kBacklog = 1024;
 
 // Whether the connection is one of that process, as Message::sender names it. A stranger's message may be older than
@@ -77,12 +75,8 @@ int Door::Open(const std::string& process) {
   }
   socket_.Set(ZMQ_ROUTER_MANDATORY, 1);
   socket_.Set(ZMQ_LINGER, kFlushMs);
-  socket_.Set(ZMQ_SNDHWM, Flow::kQueueMessages);
-  socket_.Set(ZMQ_RCVHWM, Flow::kQueueMessages);
-  socket_.Set(ZMQ_HANDSHAKE_IVL, kHandshakeMs);
   socket_.Set(ZMQ_BACKLOG, kBacklog);
-  const std::int64_t limit = kHeaderSize + kMaxPayload;
-  zmq_setsockopt(socket_.get(), ZMQ_MAXMSGSIZE, &limit, sizeof limit);
+  SetLimits(socket_);
   monitor_.emplace(token_.context(), socket_, ZMQ_EVENT_ACCEPTED | ZMQ_EVENT_DISCONNECTED);
   if (!*monitor_ || zmq_bind(socket_.get(), directory.FreshEndpoint(token_.pid()).c_str()) != 0) {
     return -errno;

@@ -15,8 +15,6 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kMinBackoff{10};
 constexpr milliseconds kMaxBackoff{1000};
-constexpr int kFlushMs = 1000;
-constexpr int kHandshakeMs = 5000;
 // ZeroMQ must not connect again by itself: the other side may have become another process. Switched off altogether
 // (-1), it would throw away what has already arrived.
 constexpr int kReconnectMs = 3600 * 1000;
@@ -67,12 +65,8 @@ bool Link::Connect() {
   }
   zmq_setsockopt(socket_.get(), ZMQ_ROUTING_ID, routing_id.data(), routing_id.size());
   socket_.Set(ZMQ_LINGER, 0);
-  socket_.Set(ZMQ_SNDHWM, Flow::kQueueMessages);
-  socket_.Set(ZMQ_RCVHWM, Flow::kQueueMessages);
   socket_.Set(ZMQ_RECONNECT_IVL, kReconnectMs);
-  socket_.Set(ZMQ_HANDSHAKE_IVL, kHandshakeMs);
-  const std::int64_t limit = kHeaderSize + kMaxPayload;
-  zmq_setsockopt(socket_.get(), ZMQ_MAXMSGSIZE, &limit, sizeof limit);
+  SetLimits(socket_);
   monitor_.emplace(token_.context(), socket_, ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_CONNECT_RETRIED);
   if (!*monitor_ || zmq_connect(socket_.get(), token_.directory().Endpoint(process_).c_str()) != 0) {
     return false;

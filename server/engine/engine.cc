@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <limits>
 #include <string_view>
 
 #include "cfm/identities.h"
@@ -14,11 +13,6 @@ namespace cfm::engine {
 namespace {
 
 namespace pb = client_server;
-
-template <typename Number>
-Number Saturated(std::uint32_t value) {
-  return static_cast<Number>(std::min<std::uint32_t>(value, std::numeric_limits<Number>::max()));
-}
 
 protocol::PortState StateOf(const port::Link& link) {
   return {.present = true,

@@ -1,7 +1,6 @@
 #include "engine/plan.h"
 
 #include <algorithm>
-#include <limits>
 #include <set>
 #include <string_view>
 
@@ -46,11 +45,6 @@ protocol::SenderIdPermission PermissionOf(std::uint32_t code) {
 protocol::MhfCreation CreationOf(std::uint32_t code) {
   const bool known = code >= 1 && code <= 4;
   return known ? static_cast<protocol::MhfCreation>(code) : protocol::MhfCreation::kNone;
-}
-
-template <typename Number>
-Number Saturated(std::uint32_t value) {
-  return static_cast<Number>(std::min<std::uint32_t>(value, std::numeric_limits<Number>::max()));
 }
 
 // Wrong settings cost the association its AIS, not its end points.

@@ -2,7 +2,9 @@
 #ifndef CFM_SERVER_ENGINE_PLAN_H
 #define CFM_SERVER_ENGINE_PLAN_H
 
+#include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <variant>
@@ -17,6 +19,12 @@
 #include "protocol/sender_id.h"
 
 namespace cfm::engine {
+
+/// A field of a message as the smaller number that it is to be; what does not fit becomes the largest one.
+template <typename Number>
+Number Saturated(std::uint32_t value) {
+  return static_cast<Number>(std::min<std::uint32_t>(value, std::numeric_limits<Number>::max()));
+}
 
 /// Why something of the configuration does not work: a sentence without an end mark.
 struct Refusal {

@@ -6,14 +6,14 @@
 namespace cfm::pdu {
 namespace {
 
-constexpr std::uint8_t kFieldsSize = 0;
+constexpr std::uint8_t kAisFieldsSize = 0;
 constexpr std::uint8_t kPeriodMask = 0x07;
 constexpr std::size_t kFlagsOffset = 2;
 
 }  // namespace
 
 Decoded<Ais> DecodeAis(Octets pdu) {
-  const Decoded<Body> body = OpenPdu(pdu, Opcode::kAis, kFieldsSize);
+  const Decoded<Body> body = OpenPdu(pdu, Opcode::kAis, kAisFieldsSize);
   if (!body) return body.error();
   auto [header, fields, tlvs] = *body;
   Ais ais;
@@ -33,7 +33,7 @@ std::size_t EncodeAis(const Ais& ais, std::span<std::uint8_t> buffer) {
                        .version = ais.version,
                        .opcode = Opcode::kAis,
                        .flags = static_cast<std::uint8_t>(ais.period),
-                       .first_tlv_offset = kFieldsSize});
+                       .first_tlv_offset = kAisFieldsSize});
   WriteEnd(writer);
   return writer.size();
 }

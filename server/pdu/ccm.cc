@@ -7,7 +7,7 @@
 namespace cfm::pdu {
 namespace {
 
-constexpr std::uint8_t kFieldsSize = 70;
+constexpr std::uint8_t kCcmFieldsSize = 70;
 constexpr std::uint8_t kRdiFlag = 0x80;
 constexpr std::uint8_t kIntervalMask = 0x07;
 constexpr std::uint16_t kMepIdMask = 0x1fff;
@@ -36,7 +36,7 @@ std::size_t Encode(const Ccm& ccm, const std::optional<SenderId>& sender_id, std
                        .version = ccm.version,
                        .opcode = Opcode::kCcm,
                        .flags = static_cast<std::uint8_t>((ccm.rdi ? kRdiFlag : 0) | (ccm.interval & kIntervalMask)),
-                       .first_tlv_offset = kFieldsSize});
+                       .first_tlv_offset = kCcmFieldsSize});
   writer.u32(ccm.sequence_number);
   writer.u16(ccm.mep_id & kMepIdMask);
   writer.octets(ccm.maid.octets);
@@ -51,7 +51,7 @@ std::size_t Encode(const Ccm& ccm, const std::optional<SenderId>& sender_id, std
 }  // namespace
 
 Decoded<Ccm> DecodeCcm(Octets pdu) {
-  const Decoded<Body> body = OpenPdu(pdu, Opcode::kCcm, kFieldsSize);
+  const Decoded<Body> body = OpenPdu(pdu, Opcode::kCcm, kCcmFieldsSize);
   if (!body) return body.error();
   auto [header, fields, tlvs] = *body;
   Ccm ccm;

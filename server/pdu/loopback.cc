@@ -7,10 +7,10 @@
 namespace cfm::pdu {
 namespace {
 
-constexpr std::uint8_t kFieldsSize = 4;
+constexpr std::uint8_t kLoopbackFieldsSize = 4;
 
 Decoded<Loopback> Decode(Octets pdu, Opcode opcode) {
-  const Decoded<Body> body = OpenPdu(pdu, opcode, kFieldsSize);
+  const Decoded<Body> body = OpenPdu(pdu, opcode, kLoopbackFieldsSize);
   if (!body) return body.error();
   auto [header, fields, tlvs] = *body;
   Loopback message;
@@ -45,7 +45,7 @@ std::size_t EncodeLbm(const Loopback& lbm, std::span<std::uint8_t> buffer) {
                        .version = lbm.version,
                        .opcode = Opcode::kLbm,
                        .flags = 0,
-                       .first_tlv_offset = kFieldsSize});
+                       .first_tlv_offset = kLoopbackFieldsSize});
   writer.u32(lbm.transaction_id);
   WriteSenderId(writer, lbm.sender_id);
   WriteData(writer, lbm.data);

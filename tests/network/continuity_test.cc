@@ -32,7 +32,6 @@ using testing::Ge;
 using testing::IsEmpty;
 using testing::Le;
 
-constexpr const char* kFaultless = "rdi 0 interface up port none block 0 shutdown 0 highest none defects -";
 constexpr const char* kMissing = "rdi 1 interface up port none block 0 shutdown 0 highest remote defects remote";
 
 Duration IntervalOf(const EndPoint& end_point) {

@@ -35,8 +35,6 @@ using testing::Le;
 using testing::SizeIs;
 using Pdu = std::vector<std::uint8_t>;
 
-constexpr const char* kFaultless = "rdi 0 interface up port none block 0 shutdown 0 highest none defects -";
-
 bool IsReply(const Frame& frame) {
   const Opcode opcode = frame.opcode();
   return opcode == Opcode::kLbr || opcode == Opcode::kLtr || opcode == Opcode::kDmr;

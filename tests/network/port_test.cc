@@ -803,7 +803,7 @@ TEST_F(TheBridgedPort, IsItselfAgainWhenItIsClosed) {
 
 TEST_F(TheBridgedPort, DropsLevelsBeforeTheBridgeAndBehindItButSeesThem) {
   const Tag tag{5, false, 10};
-  const auto levels_through = [this](Wire& from, Wire& to, std::optional<Tag> outer) {
+  const auto levels_through = [](Wire& from, Wire& to, std::optional<Tag> outer) {
     to.Clear();
     for (std::uint8_t level = 0; level <= 7; ++level) {
       EXPECT_TRUE(from.Send({kAll, from.address(), outer, {}}, NumberedPdu(level, 60, level)));

@@ -36,8 +36,6 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using testing::Truly;
 
-constexpr const char* kFaultless = "rdi 0 interface up port none block 0 shutdown 0 highest none defects -";
-
 Ccm LastCcm(Wire& wire) {
   wire.Clear();
   const auto frame = wire.Next(Opcode::kCcm);

@@ -27,8 +27,6 @@ using testing::SizeIs;
 using testing::UnorderedElementsAre;
 namespace pb = client_server;
 
-constexpr const char* kFaultless = "rdi 0 interface up port none block 0 shutdown 0 highest none defects -";
-
 Ccm CcmIn(const Frame& frame) {
   const auto ccm = cfm::pdu::DecodeCcm(frame.pdu());
   EXPECT_TRUE(ccm);

@@ -4,7 +4,7 @@
 
 #include "element.h"
 
-namespace cfm_test {
+namespace cfm_test::delay {
 namespace {
 
 using testing::ElementsAre;
@@ -151,4 +151,4 @@ TEST_F(Delay, ThatIsNotStartedSaysSo) {
 }
 
 }  // namespace
-}  // namespace cfm_test
+}  // namespace cfm_test::delay

@@ -4,7 +4,7 @@
 
 #include "element.h"
 
-namespace cfm_test {
+namespace cfm_test::linktrace {
 namespace {
 
 using testing::ElementsAre;
@@ -148,4 +148,4 @@ TEST_F(Linktrace, ThatIsNotStartedSaysSo) {
 }
 
 }  // namespace
-}  // namespace cfm_test
+}  // namespace cfm_test::linktrace

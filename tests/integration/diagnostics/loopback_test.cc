@@ -4,7 +4,7 @@
 
 #include "element.h"
 
-namespace cfm_test {
+namespace cfm_test::loopback {
 namespace {
 
 using testing::ElementsAre;
@@ -61,6 +61,10 @@ struct Outcome {
   const char* summary;
   int status;
 };
+// Names the case.
+void PrintTo(const Outcome& outcome, std::ostream* stream) {
+  *stream << outcome.counts;
+}
 class LoopbackOutcome : public Loopback, public testing::WithParamInterface<Outcome> {};
 
 TEST_P(LoopbackOutcome, IsTheExitStatus) {
@@ -100,6 +104,9 @@ constexpr Refusal kRefusals[] = {
     {4, "a parameter is not one that the server accepts, such as more data than the port's MTU holds"},
     {5, "too many tests: another one runs from this MEP; try again when it has ended"},
     {77, "the server gives reason 77, which this version does not know"}};
+void PrintTo(const Refusal& refusal, std::ostream* stream) {
+  *stream << refusal.error_code;
+}
 class RefusedTest : public Element, public testing::WithParamInterface<Refusal> {};
 
 TEST_P(RefusedTest, IsExplainedInWords) {
@@ -165,4 +172,4 @@ TEST_F(Loopback, ThatIsNotStartedSaysSo) {
 }
 
 }  // namespace
-}  // namespace cfm_test
+}  // namespace cfm_test::loopback

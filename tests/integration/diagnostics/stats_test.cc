@@ -79,6 +79,10 @@ struct Clearing {
   const char* text;
   const char* json;
 };
+// Names the case.
+void PrintTo(const Clearing& clearing, std::ostream* stream) {
+  *stream << clearing.request;
+}
 class ClearedScope : public Stats, public testing::WithParamInterface<Clearing> {};
 
 TEST_P(ClearedScope, IsWhatWasAskedFor) {

@@ -5,7 +5,7 @@
 #include "element.h"
 #include "terminal.h"
 
-namespace cfm_test {
+namespace cfm_test::status {
 namespace {
 
 using testing::ElementsAre;
@@ -154,4 +154,4 @@ TEST_F(Status, OnATerminalHasColours) {
 }
 
 }  // namespace
-}  // namespace cfm_test
+}  // namespace cfm_test::status

@@ -5,7 +5,7 @@
 #include "element.h"
 #include "terminal.h"
 
-namespace cfm_test {
+namespace cfm_test::watch {
 namespace {
 
 using testing::HasSubstr;
@@ -125,4 +125,4 @@ TEST_F(Watch, FitsASmallTerminal) {
 }
 
 }  // namespace
-}  // namespace cfm_test
+}  // namespace cfm_test::watch

@@ -1,25 +1,19 @@
 // Each request to the real server process, and what it answers and announces.
 #include <gmock/gmock.h>
-#include <google/protobuf/text_format.h>
 
 #include <set>
 #include <string>
 #include <type_traits>
 
 #include "cfm/identities.h"
+#include "from_text.h"
 #include "raw_client.h"
 
 namespace cfm_test {
 namespace {
 
 namespace pb = client_server;
-template <typename Message>
-Message From(const std::string& text) {
-  Message message;
-  EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &message)) << text;
-  return message;
-}
-
+using cfm_test::From;
 class TheServer : public testing::Test {
  protected:
   TheServer() { EXPECT_TRUE(client_.WaitForServer()); }

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <concepts>
 #include <string>
 
 #include "attachment.h"
@@ -45,7 +46,10 @@ class PeerProcess {
 
  private:
   static std::string Text(const std::string& text) { return text; }
-  static std::string Text(std::uint64_t number) { return std::to_string(number); }
+  template <std::integral Number>
+  static std::string Text(Number number) {
+    return std::to_string(number);
+  }
 
   cfm_test::Process process_;
   vorbus_pid_t pid_ = 0;

@@ -51,6 +51,8 @@ struct RemoteEvent {
 /// All values on one line, names for codes: "MAC rdi 0 interface up port none block 0 shutdown 0 highest none defects
 /// rdi,ccm" (present defects, "-" when there is none).
 std::string ToText(const cfm::st_local_mep_status& status);
+/// Behind the address, of an end point with nothing wrong.
+inline constexpr const char* kFaultless = "rdi 0 interface up port none block 0 shutdown 0 highest none defects -";
 /// "ok MAC rdi 0 interface up port none sender 'TEXT'".
 std::string ToText(const cfm::st_remote_mep_status& status);
 

@@ -29,7 +29,7 @@ probes:
   7: {domain: d1, association: a1, local-mep: 1, remote-mep: 2, sessions: {1: {}, 2: {}}}
 )";
 
-Model Parse(const std::string& text) {
+Model ModelOf(const std::string& text) {
   ParsedConfig parsed = ParseConfig(text, FixedPorts());
   for (const ConfigError& error : parsed.errors) ADD_FAILURE() << FormatError("test", error);
   return std::move(parsed.model);
@@ -51,23 +51,23 @@ std::vector<std::string> Lines(const Model& from, const Model& to) {
 }
 
 std::vector<std::string> Change(const std::string& what, const std::string& with) {
-  return Lines(Parse(kBase), Parse(Replaced(kBase, what, with)));
+  return Lines(ModelOf(kBase), ModelOf(Replaced(kBase, what, with)));
 }
 
 TEST(TheDifference, OfEqualModelsIsEmpty) {
-  EXPECT_THAT(Lines(Parse(kBase), Parse(kBase)), IsEmpty());
+  EXPECT_THAT(Lines(ModelOf(kBase), ModelOf(kBase)), IsEmpty());
 }
 
 TEST(TheDifference, FromNothingIsEverythingCreatedParentsFirst) {
   EXPECT_THAT(
-      Lines(Model{}, Parse(kBase)),
+      Lines(Model{}, ModelOf(kBase)),
       ElementsAre("+ created domain d1", "+ created association d1/a1", "+ created end point d1/a1/1",
                   "+ created end point d1/a1/2", "+ created association d1/a2", "+ created end point d1/a2/3",
                   "+ created domain d2", "+ created probe 7", "+ created session 7.1", "+ created session 7.2"));
 }
 
 TEST(TheDifference, ToNothingIsEverythingDeleted) {
-  const Difference difference = Compare(Parse(kBase), Model{}, FixedPorts());
+  const Difference difference = Compare(ModelOf(kBase), Model{}, FixedPorts());
   EXPECT_EQ(difference.CountOf(Action::kDeleted), 10u);
   EXPECT_EQ(CountsText(difference), "created 0, updated 0, replaced 0, deleted 10");
 }
@@ -83,11 +83,11 @@ TEST(TheDifference, CountsAnObjectAsUpdatedOnlyWhenASettingDiffers) {
 
 TEST(TheDifference, ShowsAisThatComesAndGoes) {
   const std::string with = Replaced(kBase, "vlans: [20],", "vlans: [20], ais: {client-vlans: [9]},");
-  EXPECT_THAT(Lines(Parse(kBase), Parse(with)),
+  EXPECT_THAT(Lines(ModelOf(kBase), ModelOf(with)),
               ElementsAre("~ updated association d1/a2: ais.enabled false -> true, ais.suppress-alarms false -> true, "
                           "ais.client-level none -> 4, ais.period none -> 1s, ais.client-vlans none -> [9], "
                           "ais.priority none -> 7"));
-  EXPECT_THAT(Lines(Parse(with), Parse(kBase)).size(), 1u);
+  EXPECT_THAT(Lines(ModelOf(with), ModelOf(kBase)).size(), 1u);
 }
 
 TEST(TheDifference, ReplacesEverythingBelowADomainThatChangesItsLevel) {
@@ -106,9 +106,9 @@ TEST(TheDifference, ReplacesEverythingBelowAnAssociationThatChangesItsVlans) {
 
 TEST(TheDifference, TakesTheOrderOfVlansSeriously) {
   const std::string ordered = Replaced(kBase, "vlans: [20],", "vlans: [20, 30],");
-  EXPECT_THAT(Lines(Parse(ordered), Parse(Replaced(ordered, "3: {port: eth0}", "3: {port: eth0, vlan: 20}"))),
+  EXPECT_THAT(Lines(ModelOf(ordered), ModelOf(Replaced(ordered, "3: {port: eth0}", "3: {port: eth0, vlan: 20}"))),
               IsEmpty());
-  EXPECT_EQ(Lines(Parse(ordered), Parse(Replaced(ordered, "[20, 30]", "[30, 20]"))).size(), 2u);
+  EXPECT_EQ(Lines(ModelOf(ordered), ModelOf(Replaced(ordered, "[20, 30]", "[30, 20]"))).size(), 2u);
 }
 
 TEST(TheDifference, ReplacesAnEndPointThatMoves) {
@@ -135,21 +135,21 @@ TEST(TheDifference, EscapesNamesThatCameFromTheServer) {
 
 TEST(TheDifference, IsListedUpToALimit) {
   std::ostringstream out;
-  RenderChanges(Compare(Model{}, Parse(kBase), FixedPorts()), 2, Style(false), out);
+  RenderChanges(Compare(Model{}, ModelOf(kBase), FixedPorts()), 2, Style(false), out);
   EXPECT_EQ(out.str(), "  + created domain d1\n  + created association d1/a1\n  ... and 8 more\n");
 }
 
 TEST(AStepBefore, IsNeededOnlyForNameFormats) {
-  EXPECT_FALSE(StepBefore(Parse(kBase), Parse(kBase)));
-  EXPECT_FALSE(StepBefore(Model{}, Parse(kBase)));
-  EXPECT_FALSE(StepBefore(Parse(kBase), Parse(Replaced(kBase, "level: 3", "level: 2\n    name-format: dns"))));
+  EXPECT_FALSE(StepBefore(ModelOf(kBase), ModelOf(kBase)));
+  EXPECT_FALSE(StepBefore(Model{}, ModelOf(kBase)));
+  EXPECT_FALSE(StepBefore(ModelOf(kBase), ModelOf(Replaced(kBase, "level: 3", "level: 2\n    name-format: dns"))));
   const std::string named = Replaced(kBase, "a2: {vlans: [20]", "'42': {vlans: [20]");
-  EXPECT_FALSE(StepBefore(Parse(named),
-                          Parse(Replaced(named, "'42': {vlans: [20]", "'42': {name-format: uint16, vlans: [21]"))));
+  EXPECT_FALSE(StepBefore(ModelOf(named),
+                          ModelOf(Replaced(named, "'42': {vlans: [20]", "'42': {name-format: uint16, vlans: [21]"))));
 }
 
 TEST(AStepBefore, LeavesOutADomainWhoseFormatChangesAndTheProbesInIt) {
-  const auto step = StepBefore(Parse(kBase), Parse(Replaced(kBase, "level: 3", "level: 3\n    name-format: dns")));
+  const auto step = StepBefore(ModelOf(kBase), ModelOf(Replaced(kBase, "level: 3", "level: 3\n    name-format: dns")));
   ASSERT_TRUE(step);
   EXPECT_FALSE(step->hierarchy.mds.contains("d1"));
   EXPECT_TRUE(step->hierarchy.mds.contains("d2"));
@@ -159,12 +159,12 @@ TEST(AStepBefore, LeavesOutADomainWhoseFormatChangesAndTheProbesInIt) {
 TEST(AStepBefore, LeavesOutAnAssociationWhoseFormatChanges) {
   const std::string named = Replaced(kBase, "a2: {", "'42': {");
   const std::string number = Replaced(named, "'42': {", "'42': {name-format: uint16, ");
-  const auto step = StepBefore(Parse(named), Parse(number));
+  const auto step = StepBefore(ModelOf(named), ModelOf(number));
   ASSERT_TRUE(step);
   EXPECT_FALSE(step->hierarchy.mds.at("d1").mas.contains("42"));
   EXPECT_TRUE(step->hierarchy.mds.at("d1").mas.contains("a1"));
   EXPECT_EQ(step->probes.probes.size(), 1u);
-  EXPECT_THAT(Lines(Parse(named), Parse(number)),
+  EXPECT_THAT(Lines(ModelOf(named), ModelOf(number)),
               ElementsAre("! replaced association d1/42: name-format string -> uint16",
                           "! replaced end point d1/42/3 with its parent"));
 }

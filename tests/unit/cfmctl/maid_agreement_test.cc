@@ -83,7 +83,7 @@ std::vector<std::string> Names() {
                                     "ABCDEF1234567",
                                     "ABC123",
                                     "ABCDEF12345678"};
-  for (const std::size_t length : {36, 37, 42, 43, 44, 45, 46, 300}) names.emplace_back(length, 'n');
+  for (const std::size_t length : {36U, 37U, 42U, 43U, 44U, 45U, 46U, 300U}) names.emplace_back(length, 'n');
   return names;
 }
 

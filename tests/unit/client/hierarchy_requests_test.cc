@@ -1,6 +1,5 @@
 // The nine requests about domains, associations and end points, field by field with presence. The expected octets are
 // written out here, and not made by expected_requests.
-#include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -8,6 +7,7 @@
 #include <type_traits>
 
 #include "expected_requests.h"
+#include "from_text.h"
 
 namespace {
 
@@ -16,18 +16,11 @@ static_assert(std::is_same_v<std::underlying_type_t<cfm::Defects>, std::uint8_t>
 static_assert(sizeof(cfm::SenderIdTlvContent) == 4 && sizeof(cfm::MhfCreationMode) == 4);
 static_assert(sizeof(cfm::CcmInterval) == 4 && sizeof(cfm::FaultAction) == 4);
 
+using cfm_test::From;
 using expected::kServer;
 using recording::AskedIfindex;
 using recording::Same;
 using recording::Sent;
-
-// A message from its text form, which gives a field presence by naming it.
-template <typename Message>
-Message From(const std::string& text) {
-  Message message;
-  EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &message)) << text;
-  return message;
-}
 
 class HierarchyRequest : public expected::Fixture {
  protected:

@@ -1,5 +1,4 @@
 // Probes and their sessions: the four requests, the reconciliation of a desired set, and its log text.
-#include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
 
 #include <locale>
@@ -8,9 +7,11 @@
 #include <vector>
 
 #include "expected_requests.h"
+#include "from_text.h"
 
 namespace {
 
+using cfm_test::From;
 using expected::CreateProbe;
 using expected::CreateSession;
 using expected::DeleteProbe;
@@ -22,13 +23,6 @@ using recording::Journal;
 using recording::Logged;
 using recording::Same;
 using recording::Sent;
-
-template <typename Message>
-Message From(const std::string& text) {
-  Message message;
-  EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &message)) << text;
-  return message;
-}
 
 // ---- Requests ----
 

@@ -3,7 +3,6 @@
 #include "engine/engine.h"
 
 #include <gmock/gmock.h>
-#include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "from_text.h"
 #include "pdu/ccm.h"
 #include "simulation.h"
 
@@ -19,6 +19,7 @@ namespace cfm::engine {
 namespace {
 
 namespace pb = client_server;
+using cfm_test::From;
 using namespace std::chrono_literals;
 using protocol::TestError;
 using testing::Contains;
@@ -30,18 +31,11 @@ using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
 
-template <typename Message>
-Message FromText(const std::string& text) {
-  Message message;
-  EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &message)) << text;
-  return message;
-}
-
 // What `more` names, it says instead.
 template <typename Message>
 Message With(const std::string& usual, const std::string& more) {
-  auto message = FromText<Message>(usual);
-  message.MergeFrom(FromText<Message>(more));
+  auto message = From<Message>(usual);
+  message.MergeFrom(From<Message>(more));
   return message;
 }
 
@@ -162,10 +156,10 @@ TEST_F(TwoElements, AreNotDisturbedByAnotherPriority) {
 
 TEST_F(TwoElements, WatchOnWithANewListOfIds) {
   ConfigureAndMeet();
-  west.Do(FromText<pb::OpUpdateMaintenanceAssociation>("md_name: 'd' ma_name: 'a' ccm_interval: 4 mep_ids: [1, 2, 3]"));
+  west.Do(From<pb::OpUpdateMaintenanceAssociation>("md_name: 'd' ma_name: 'a' ccm_interval: 4 mep_ids: [1, 2, 3]"));
   simulation.RunFor(1s);
   EXPECT_THAT(west.announcer.Take(), Each(HasSubstr("remote_mep_id: 3")));
-  west.Do(FromText<pb::OpUpdateMaintenanceAssociation>("md_name: 'd' ma_name: 'a' ccm_interval: 4 mep_ids: [1, 2]"));
+  west.Do(From<pb::OpUpdateMaintenanceAssociation>("md_name: 'd' ma_name: 'a' ccm_interval: 4 mep_ids: [1, 2]"));
   simulation.RunFor(1s);
   EXPECT_THAT(west.announcer.Take(),
               ElementsAre("RemovedRemoteMaintenanceEndpoint {md_name: \"d\" ma_name: \"a\" local_mep_id: 1 "
@@ -197,7 +191,7 @@ TEST_F(TwoElements, BeginAnewAfterAReplacementWithAnotherLevel) {
 
 TEST_F(TwoElements, TellOfRemovedEndPointsFromBelow) {
   ConfigureAndMeet();
-  west.Do(FromText<pb::OpDeleteMaintenanceDomain>("name: 'd'"));
+  west.Do(From<pb::OpDeleteMaintenanceDomain>("name: 'd'"));
   EXPECT_THAT(west.announcer.Take(),
               ElementsAre("RemovedRemoteMaintenanceEndpoint {md_name: \"d\" ma_name: \"a\" local_mep_id: 1 "
                           "remote_mep_id: 2}",
@@ -267,11 +261,11 @@ TEST_F(TwoElements, ClearStatisticsWithinTheScopeOnly) {
   ConfigureAndMeet();
   const auto total = Local(west).ccm_tx_total();
   for (const char* other : {"md_name: 'x'", "md_name: 'd' ma_name: 'x'", "md_name: 'd' local_mep_id: 2"}) {
-    west.engine.ClearStatistics(FromText<pb::OpStatsClear>(other));
+    west.engine.ClearStatistics(From<pb::OpStatsClear>(other));
     EXPECT_EQ(Local(west).ccm_tx_total(), total) << other;
   }
   const auto sequence = Local(west).ccm_tx_current_seq();
-  west.engine.ClearStatistics(FromText<pb::OpStatsClear>("md_name: 'd' ma_name: 'a' local_mep_id: 1"));
+  west.engine.ClearStatistics(From<pb::OpStatsClear>("md_name: 'd' ma_name: 'a' local_mep_id: 1"));
   EXPECT_EQ(Local(west).ccm_tx_total(), 0U);
   EXPECT_EQ(Local(west).ccm_tx_current_seq(), sequence);
   simulation.RunFor(1s);
@@ -290,7 +284,7 @@ TEST_F(TwoElements, TellTheWholeStatistics) {
 
 TEST_F(TwoElements, RunALoopback) {
   ConfigureAndMeet();
-  const auto trigger = FromText<pb::OpLoopbackTriggerMsg>(
+  const auto trigger = From<pb::OpLoopbackTriggerMsg>(
       "md_name: 'd' ma_name: 'a' trigger_id: 7 mep_id: 1 target_mep_id: 2 lb_param_1: 2 lb_param_2: 100");
   EXPECT_EQ(west.engine.Start(trigger), std::nullopt);
   EXPECT_EQ(west.engine.Start(trigger), TestError::kTooManyTests);
@@ -306,7 +300,7 @@ TEST_F(TwoElements, RunALoopback) {
 
 TEST_F(TwoElements, RunALinktrace) {
   ConfigureAndMeet();
-  EXPECT_EQ(west.engine.Start(FromText<pb::OpLinktraceTriggerMsg>(
+  EXPECT_EQ(west.engine.Start(From<pb::OpLinktraceTriggerMsg>(
                 "key { md_name: 'd' ma_name: 'a' trigger_id: 7 mep_id: 1 target_mep_id: 2 } ttl: 9")),
             std::nullopt);
   simulation.RunFor(10s);
@@ -327,7 +321,7 @@ TEST_F(TwoElements, RunALinktrace) {
 
 TEST_F(TwoElements, RunADelayMeasurement) {
   ConfigureAndMeet();
-  EXPECT_EQ(west.engine.Start(FromText<pb::OpDelayMeasurementTriggerMsg>(
+  EXPECT_EQ(west.engine.Start(From<pb::OpDelayMeasurementTriggerMsg>(
                 "md_name: 'd' ma_name: 'a' trigger_id: 7 mep_id: 1 target_mep_id: 2 dm_param_1: 3 dm_param_2: 10 "
                 "dm_param_3: 64 dm_param_4: 6")),
             std::nullopt);
@@ -344,7 +338,7 @@ TEST_F(TwoElements, RunADelayMeasurement) {
 TEST_F(TwoElements, RefuseTestsWithTheirReasons) {
   ConfigureAndMeet();
   const auto loopback = [&](const std::string& more) {
-    return west.engine.Start(FromText<pb::OpLoopbackTriggerMsg>("md_name: 'd' trigger_id: 1 " + more));
+    return west.engine.Start(From<pb::OpLoopbackTriggerMsg>("md_name: 'd' trigger_id: 1 " + more));
   };
   EXPECT_EQ(loopback("ma_name: 'x' mep_id: 1 target_mep_id: 2"), TestError::kNoSuchMep);
   EXPECT_EQ(loopback("ma_name: 'a' mep_id: 2 target_mep_id: 2"), TestError::kNoSuchMep);
@@ -352,7 +346,7 @@ TEST_F(TwoElements, RefuseTestsWithTheirReasons) {
   EXPECT_EQ(loopback("ma_name: 'a' mep_id: 1 target_mep_id: 3"), TestError::kTargetUnknown);
   EXPECT_EQ(loopback("ma_name: 'a' mep_id: 1 target_mep_id: 65538"), TestError::kTargetUnknown);
   EXPECT_EQ(loopback("ma_name: 'a' mep_id: 1 target_mep_id: 2 lb_param_1: 1025"), TestError::kBadParameter);
-  EXPECT_EQ(west.engine.Start(FromText<pb::OpLinktraceTriggerMsg>(
+  EXPECT_EQ(west.engine.Start(From<pb::OpLinktraceTriggerMsg>(
                 "key { md_name: 'd' ma_name: 'a' mep_id: 1 target_mep_id: 2 } ttl: 256")),
             TestError::kBadParameter);
   west.Do(Update(1, "admin_state: false"));
@@ -360,10 +354,10 @@ TEST_F(TwoElements, RefuseTestsWithTheirReasons) {
 }
 
 TEST_F(TwoElements, ReportTheRunsOfAProbeWhateverTheOrderOfItsRequests) {
-  west.Do(FromText<pb::OpCreateDelayMeasurementProbe>(
+  west.Do(From<pb::OpCreateDelayMeasurementProbe>(
       "md_name: 'd' ma_name: 'a' probe_id: 4 interval: 60 local_mep_id: 1 remote_mep_id: 2"));
-  west.Do(FromText<pb::OpCreateDelayMeasurementSession>(
-      "probe_id: 4 session_id: 9 interval: 100 count: 5 size: 32 pcp: 3"));
+  west.Do(
+      From<pb::OpCreateDelayMeasurementSession>("probe_id: 4 session_id: 9 interval: 100 count: 5 size: 32 pcp: 3"));
   Configure();
   simulation.RunFor(15s);
   EXPECT_THAT(
@@ -379,23 +373,23 @@ TEST_F(TwoElements, ReportTheRunsOfAProbeWhateverTheOrderOfItsRequests) {
 TEST_F(TwoElements, AbortTheRunOfAProbeThatIsDeletedOrMoved) {
   ConfigureAndMeet();
   const auto probe = [](int local) {
-    return FromText<pb::OpCreateDelayMeasurementProbe>(
+    return From<pb::OpCreateDelayMeasurementProbe>(
         "md_name: 'd' ma_name: 'a' probe_id: 4 interval: 60 remote_mep_id: 2 local_mep_id: " + std::to_string(local));
   };
   west.Do(probe(1));
-  west.Do(FromText<pb::OpCreateDelayMeasurementSession>(
-      "probe_id: 4 session_id: 9 interval: 1000 count: 100 size: 32 pcp: 3"));
+  west.Do(
+      From<pb::OpCreateDelayMeasurementSession>("probe_id: 4 session_id: 9 interval: 1000 count: 100 size: 32 pcp: 3"));
   simulation.RunFor(5s);
-  west.Do(FromText<pb::OpDeleteDelayMeasurementSession>("probe_id: 4 session_id: 9"));
+  west.Do(From<pb::OpDeleteDelayMeasurementSession>("probe_id: 4 session_id: 9"));
   EXPECT_THAT(west.announcer.Take(), ElementsAre(HasSubstr("report_flag: 0")));
-  west.Do(FromText<pb::OpCreateDelayMeasurementSession>(
+  west.Do(From<pb::OpCreateDelayMeasurementSession>(
       "probe_id: 4 session_id: 10 interval: 1000 count: 100 size: 32 pcp: 3"));
   simulation.RunFor(70s);
   west.Do(probe(8));
   EXPECT_THAT(west.announcer.Take(), ElementsAre(HasSubstr("report_flag: 0")));
   west.Do(probe(1));
   simulation.RunFor(70s);
-  west.Do(FromText<pb::OpDeleteDelayMeasurementProbe>("probe_id: 4"));
+  west.Do(From<pb::OpDeleteDelayMeasurementProbe>("probe_id: 4"));
   EXPECT_THAT(west.announcer.Take(), ElementsAre(HasSubstr("report_flag: 0")));
 }
 
@@ -413,8 +407,8 @@ TEST_F(TwoElements, HandTheFaultActionToThePortAndUndoIt) {
 
 TEST_F(TwoElements, KeepTheSeverestFaultActionOfAPort) {
   Configure();
-  west.Do(FromText<pb::OpCreateMaintenanceAssociation>(
-      "md_name: 'd' ma_name: 'b' format: 2 ccm_interval: 4 mep_ids: [1, 2]"));
+  west.Do(
+      From<pb::OpCreateMaintenanceAssociation>("md_name: 'd' ma_name: 'b' format: 2 ccm_interval: 4 mep_ids: [1, 2]"));
   auto second = EndPointOf(1, 2, "primary_vid: 7 action: 1");
   second.set_ma_name("b");
   west.Do(second);
@@ -424,7 +418,7 @@ TEST_F(TwoElements, KeepTheSeverestFaultActionOfAPort) {
   simulation.Cut(west, 2);
   simulation.RunFor(10s);
   EXPECT_THAT(west.ports.actions, ElementsAre("2 block", "2 shutdown"));
-  west.Do(FromText<pb::OpDeleteMaintenanceAssociation>("md_name: 'd' ma_name: 'a'"));
+  west.Do(From<pb::OpDeleteMaintenanceAssociation>("md_name: 'd' ma_name: 'a'"));
   EXPECT_THAT(west.ports.actions, ElementsAre("2 block", "2 shutdown", "2 block"));
 }
 
@@ -438,8 +432,8 @@ TEST_F(TwoElements, WaitForAPortThatIsNotThereYet) {
   east.Do(EndPointOf(2, 3));
   west.Do(EndPointOf(1, 5));
   EXPECT_THAT(west.announcer.Take(), Contains(HasSubstr("intf_status: 6")));
-  EXPECT_EQ(west.engine.Start(FromText<pb::OpLoopbackTriggerMsg>(
-                "md_name: 'd' ma_name: 'a' trigger_id: 1 mep_id: 1 target_mep_id: 2")),
+  EXPECT_EQ(west.engine.Start(
+                From<pb::OpLoopbackTriggerMsg>("md_name: 'd' ma_name: 'a' trigger_id: 1 mep_id: 1 target_mep_id: 2")),
             TestError::kMepNotOperational);
   simulation.RunFor(5s);
   west.SetLink(5, "late0");
@@ -528,7 +522,7 @@ class ARefusal : public TwoElements {
     EXPECT_THAT(west.ports.sent, IsEmpty());
     EXPECT_THAT(west.ports.open, IsEmpty());
     const auto error = west.engine.Start(
-        FromText<pb::OpLoopbackTriggerMsg>("md_name: 'd' ma_name: 'a' trigger_id: 1 mep_id: 1 target_mep_id: 2"));
+        From<pb::OpLoopbackTriggerMsg>("md_name: 'd' ma_name: 'a' trigger_id: 1 mep_id: 1 target_mep_id: 2"));
     EXPECT_EQ(error, TestError::kMepNotOperational);
   }
 };
@@ -577,7 +571,7 @@ TEST_F(ARefusal, EndsWhenTheConfigurationIsMended) {
 TEST_F(ARefusal, OfAMepIdThatDoesNotExist) {
   for (const int id : {0, 8192}) {
     west.Do(Domain());
-    west.Do(FromText<pb::OpCreateMaintenanceAssociation>("md_name: 'd' ma_name: 'a' format: 2 ccm_interval: 4"));
+    west.Do(From<pb::OpCreateMaintenanceAssociation>("md_name: 'd' ma_name: 'a' format: 2 ccm_interval: 4"));
     west.Do(EndPointOf(id, 2));
     simulation.RunFor(2s);
     EXPECT_THAT(west.ports.open, IsEmpty()) << id;
@@ -588,10 +582,10 @@ TEST_F(ARefusal, OfTheLaterOfTwoAssociationsWithOneIdentifierUntilTheOtherGoes) 
   Configure();
   // The format makes them equal: both encode to the number 7.
   for (Element* element : {&west, &east})
-    element->Do(FromText<pb::OpDeleteMaintenanceAssociation>("md_name: 'd' ma_name: 'a'"));
+    element->Do(From<pb::OpDeleteMaintenanceAssociation>("md_name: 'd' ma_name: 'a'"));
   west.announcer.Take();
-  west.Do(FromText<pb::OpCreateMaintenanceAssociation>("md_name: 'd' ma_name: '7' format: 3 ccm_interval: 4"));
-  west.Do(FromText<pb::OpCreateMaintenanceAssociation>("md_name: 'd' ma_name: '07' format: 3 ccm_interval: 4"));
+  west.Do(From<pb::OpCreateMaintenanceAssociation>("md_name: 'd' ma_name: '7' format: 3 ccm_interval: 4"));
+  west.Do(From<pb::OpCreateMaintenanceAssociation>("md_name: 'd' ma_name: '07' format: 3 ccm_interval: 4"));
   for (const auto& [name, id, vid] : {std::tuple("7", 1, 10), std::tuple("07", 2, 20)}) {
     auto end_point = EndPointOf(id, 2, "primary_vid: " + std::to_string(vid));
     end_point.set_ma_name(name);
@@ -606,7 +600,7 @@ TEST_F(ARefusal, OfTheLaterOfTwoAssociationsWithOneIdentifierUntilTheOtherGoes) 
   vids();
   simulation.RunFor(2s);
   EXPECT_THAT(vids(), ElementsAre(10));
-  west.Do(FromText<pb::OpDeleteMaintenanceAssociation>("md_name: 'd' ma_name: '7'"));
+  west.Do(From<pb::OpDeleteMaintenanceAssociation>("md_name: 'd' ma_name: '7'"));
   simulation.RunFor(2s);
   EXPECT_THAT(vids(), ElementsAre(20));
 }
@@ -631,7 +625,7 @@ TEST_F(ARefusal, OfTheLaterOfTwoEndPointsInOnePlaceUntilTheOtherGoes) {
   west.Do(Update(1, "admin_state: true"));
   simulation.RunFor(2s);
   EXPECT_THAT(ids(), ElementsAre(2));
-  west.Do(FromText<pb::OpDeleteMaintenanceEndpoint>("md_name: 'd' ma_name: 'a' mep_id: 2"));
+  west.Do(From<pb::OpDeleteMaintenanceEndpoint>("md_name: 'd' ma_name: 'a' mep_id: 2"));
   simulation.RunFor(2s);
   ids();
   simulation.RunFor(2s);
@@ -662,7 +656,7 @@ class AcrossABridge : public testing::Test {
     east.Do(EndPointOf(2, 3));
   }
   std::vector<std::string> Traced(Element& element, const std::string& target) {
-    EXPECT_EQ(element.engine.Start(FromText<pb::OpLinktraceTriggerMsg>(
+    EXPECT_EQ(element.engine.Start(From<pb::OpLinktraceTriggerMsg>(
                   "key { md_name: 'd' ma_name: 'a' mep_id: 1 trigger_id: 1 target_mep_id: " + target + " } ttl: 64")),
               std::nullopt);
     element.announcer.Take();
@@ -697,7 +691,7 @@ TEST_F(AcrossABridge, TracesNameTheMipsOnTheWay) {
                                       HasSubstr("value: \"m10\""), HasSubstr("value: \"m11\""))));
   EXPECT_THAT(replies, Contains(AllOf(HasSubstr("ttl: 62"), HasSubstr("relay_action: 1"),
                                       HasSubstr("terminal_mep: true"), HasSubstr("value: \"e0\""))));
-  middle.Do(FromText<pb::OpDeleteMaintenanceDomain>("name: 'd'"));
+  middle.Do(From<pb::OpDeleteMaintenanceDomain>("name: 'd'"));
   simulation.RunFor(1s);
   EXPECT_THAT(middle.ports.open, IsEmpty());
   EXPECT_THAT(Traced(west, "2"), SizeIs(1));
@@ -706,7 +700,7 @@ TEST_F(AcrossABridge, TracesNameTheMipsOnTheWay) {
 TEST_F(AcrossABridge, UpMepsMeetThroughTheBridgeAndStopTheirLevel) {
   middle.Do(Domain());
   middle.Do(Association("mep_ids: [3]"));
-  west.Do(FromText<pb::OpUpdateMaintenanceAssociation>("md_name: 'd' ma_name: 'a' ccm_interval: 4 mep_ids: [1, 3]"));
+  west.Do(From<pb::OpUpdateMaintenanceAssociation>("md_name: 'd' ma_name: 'a' ccm_interval: 4 mep_ids: [1, 3]"));
   middle.Do(EndPointOf(3, 11, "direction: 2"));
   simulation.RunFor(10s);
   middle.announcer.Take();
@@ -747,12 +741,12 @@ TEST_F(AcrossABridge, ADownMepTellsTheClientsBehindItOfAFault) {
 }
 
 TEST_F(AcrossABridge, AnUpMepOutsideOfABridgeDoesNotWork) {
-  west.Do(FromText<pb::OpDeleteMaintenanceEndpoint>("md_name: 'd' ma_name: 'a' mep_id: 1"));
+  west.Do(From<pb::OpDeleteMaintenanceEndpoint>("md_name: 'd' ma_name: 'a' mep_id: 1"));
   west.announcer.Take();
   west.Do(EndPointOf(1, 2, "direction: 2"));
   EXPECT_THAT(west.announcer.Take(), Contains(HasSubstr("intf_status: 6")));
-  EXPECT_EQ(west.engine.Start(FromText<pb::OpLoopbackTriggerMsg>(
-                "md_name: 'd' ma_name: 'a' trigger_id: 1 mep_id: 1 target_mep_id: 2")),
+  EXPECT_EQ(west.engine.Start(
+                From<pb::OpLoopbackTriggerMsg>("md_name: 'd' ma_name: 'a' trigger_id: 1 mep_id: 1 target_mep_id: 2")),
             TestError::kMepNotOperational);
   const std::size_t sent = west.ports.sent[2].size();
   simulation.RunFor(5s);
@@ -849,13 +843,13 @@ TEST(AnElement, OutlivesAnyOrderOfRequestsAndOfPortsThatComeAndGo) {
     const std::string probe = "probe_id: " + std::to_string(any(3)) + ' ';
     switch (any(16)) {
       case 0:
-        element.Do(FromText<pb::OpCreateMaintenanceDomain>(
+        element.Do(From<pb::OpCreateMaintenanceDomain>(
             "name: 'd" + std::to_string(any(2)) + "' format: " + (any(3) == 0 ? "1" : "4") +
             " level: " + std::to_string(any(9)) + " mhf_creation: " + std::to_string(any(5))));
         break;
       case 1:
       case 2:
-        element.Do(FromText<pb::OpCreateMaintenanceAssociation>(
+        element.Do(From<pb::OpCreateMaintenanceAssociation>(
             ma + "format: " + std::to_string(2 + any(2)) + " ccm_interval: " + std::to_string(any(6)) +
             " mep_ids: [1, 2, 3] mhf_creation: " + std::to_string(any(5)) + " sender_id: " + std::to_string(any(6)) +
             (any(2) == 0 ? " vids: 7" : "") + " ais { enabled: true aux_u8: 7 aux_u32: 1 }"));
@@ -864,33 +858,33 @@ TEST(AnElement, OutlivesAnyOrderOfRequestsAndOfPortsThatComeAndGo) {
       case 4:
       case 5:
       case 6:
-        element.Do(FromText<pb::OpCreateMaintenanceEndpoint>(
+        element.Do(From<pb::OpCreateMaintenanceEndpoint>(
             mep + "direction: " + std::to_string(1 + any(2)) + " ifindex: " + std::to_string(1 + any(4)) +
             " admin_state: true tx_ccm_enabled: true ccm_priority: 7 primary_vid: " + (any(2) == 0 ? "7" : "0") +
             " action: " + std::to_string(any(3))));
         break;
       case 7:
-        element.Do(FromText<pb::OpUpdateMaintenanceEndpoint>(mep + "admin_state: " + (any(2) == 0 ? "true" : "false")));
+        element.Do(From<pb::OpUpdateMaintenanceEndpoint>(mep + "admin_state: " + (any(2) == 0 ? "true" : "false")));
         break;
       case 8:
-        element.Do(FromText<pb::OpDeleteMaintenanceEndpoint>(mep));
+        element.Do(From<pb::OpDeleteMaintenanceEndpoint>(mep));
         break;
       case 9:
-        if (any(4) == 0) element.Do(FromText<pb::OpDeleteMaintenanceAssociation>(ma));
+        if (any(4) == 0) element.Do(From<pb::OpDeleteMaintenanceAssociation>(ma));
         break;
       case 10:
-        if (any(8) == 0) element.Do(FromText<pb::OpDeleteMaintenanceDomain>("name: 'd" + std::to_string(any(2)) + "'"));
+        if (any(8) == 0) element.Do(From<pb::OpDeleteMaintenanceDomain>("name: 'd" + std::to_string(any(2)) + "'"));
         break;
       case 11:
-        element.Do(FromText<pb::OpCreateDelayMeasurementProbe>(
+        element.Do(From<pb::OpCreateDelayMeasurementProbe>(
             probe + md + "ma_name: '1' interval: 1 local_mep_id: " + std::to_string(1 + any(3)) + " remote_mep_id: 2"));
         break;
       case 12:
-        element.Do(FromText<pb::OpCreateDelayMeasurementSession>(probe + "session_id: " + std::to_string(any(2)) +
-                                                                 " interval: 10 count: " + std::to_string(any(5))));
+        element.Do(From<pb::OpCreateDelayMeasurementSession>(probe + "session_id: " + std::to_string(any(2)) +
+                                                             " interval: 10 count: " + std::to_string(any(5))));
         break;
       case 13:
-        element.Do(FromText<pb::OpDeleteDelayMeasurementProbe>(probe));
+        element.Do(From<pb::OpDeleteDelayMeasurementProbe>(probe));
         break;
       case 14: {
         const port::Index index = 1 + any(4);

@@ -6,16 +6,16 @@
 #include "expected_events.h"
 #include "noting_handlers.h"
 
+namespace delay_measurement {
 namespace {
 
 using recording::Called;
 using recording::Journal;
+using recording::kMac;
+using recording::kMacRecord;
 using recording::Logged;
 using recording::Sent;
 namespace pb = client_server;
-
-const std::string kMac("\x00\x1b\x21\xab\xcd\xef", 6);
-constexpr cfm::st_mac kMacRecord = {{0x00, 0x1b, 0x21, 0xab, 0xcd, 0xef}};
 
 cfm::delay_measurement_trigger Trigger() {
   cfm::delay_measurement_trigger trigger{};
@@ -239,3 +239,4 @@ TEST_F(DelayMeasurement, LinesAreWrittenAlsoWhenNoLevelIsEnabledAndWithoutAsking
 }
 
 }  // namespace
+}  // namespace delay_measurement

@@ -4,6 +4,7 @@
 #ifndef TESTS_UNIT_EVENTS_EXPECTED_EVENTS_H
 #define TESTS_UNIT_EVENTS_EXPECTED_EVENTS_H
 
+#include <string>
 #include <string_view>
 
 #include "cfm/client.h"
@@ -11,6 +12,10 @@
 #include "recording_middleware.h"
 
 namespace recording {
+
+/// An address, in a message and in a record.
+inline const std::string kMac("\x00\x1b\x21\xab\xcd\xef", 6);
+inline constexpr cfm::st_mac kMacRecord = {{0x00, 0x1b, 0x21, 0xab, 0xcd, 0xef}};
 
 /// The first six octets, zero beyond the field's end.
 cfm::st_mac MacOf(std::string_view field);

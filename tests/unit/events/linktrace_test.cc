@@ -7,18 +7,18 @@
 #include "expected_events.h"
 #include "noting_handlers.h"
 
+namespace linktrace {
 namespace {
 
 using recording::Called;
 using recording::Journal;
 using recording::Kind;
+using recording::kMac;
+using recording::kMacRecord;
 using recording::LevelQueried;
 using recording::Logged;
 using recording::Sent;
 namespace pb = client_server;
-
-const std::string kMac("\x00\x1b\x21\xab\xcd\xef", 6);
-constexpr cfm::st_mac kMacRecord = {{0x00, 0x1b, 0x21, 0xab, 0xcd, 0xef}};
 
 cfm::linktrace_trigger Trigger() {
   cfm::linktrace_trigger trigger{};
@@ -456,3 +456,4 @@ TEST_F(LinktraceDeathTest, AnEventThatDoesNotParseEndsTheProcessAlsoWithNoHandle
 }
 
 }  // namespace
+}  // namespace linktrace

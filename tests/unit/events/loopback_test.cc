@@ -6,16 +6,16 @@
 #include "expected_events.h"
 #include "noting_handlers.h"
 
+namespace loopback {
 namespace {
 
 using recording::Called;
 using recording::Journal;
+using recording::kMac;
+using recording::kMacRecord;
 using recording::Logged;
 using recording::Sent;
 namespace pb = client_server;
-
-const std::string kMac("\x00\x1b\x21\xab\xcd\xef", 6);
-constexpr cfm::st_mac kMacRecord = {{0x00, 0x1b, 0x21, 0xab, 0xcd, 0xef}};
 
 cfm::loopback_trigger Trigger() {
   cfm::loopback_trigger trigger{};
@@ -239,3 +239,4 @@ TEST_F(Loopback, LinesAreWrittenAlsoWhenNoLevelIsEnabledAndWithoutAsking) {
 }
 
 }  // namespace
+}  // namespace loopback

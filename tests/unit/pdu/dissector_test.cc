@@ -326,13 +326,13 @@ void FramesOnTheWire::AddAis() {
 }
 
 void FramesOnTheWire::AddDelayMeasurements() {
-  constexpr TimeStamp kSentF{.seconds = 0x5f5e1000, .nanoseconds = 0x075bcd15};
-  constexpr TimeStamp kReceivedF{.seconds = 0x5f5e1001, .nanoseconds = 0x10};
-  constexpr TimeStamp kSentB{.seconds = 0x5f5e1001, .nanoseconds = 0x20};
+  constexpr TimeStamp when_sent{.seconds = 0x5f5e1000, .nanoseconds = 0x075bcd15};
+  constexpr TimeStamp when_received{.seconds = 0x5f5e1001, .nanoseconds = 0x10};
+  constexpr TimeStamp when_answered{.seconds = 0x5f5e1001, .nanoseconds = 0x20};
   const Buffer data = Hex("010203");
   TwoWayDelay dmm;
   dmm.level = 4;
-  dmm.sent_f = kSentF;
+  dmm.sent_f = when_sent;
   dmm.data = data;
   const auto fields = [](const char* opcode, const char* received_f, const char* sent_b) {
     return Joined(Common(kPeerText, "4", opcode, "0x00", "32"), {{"cfm.odm.dmm.dmr.txtimestampf", "5f5e1000075bcd15"},
@@ -346,14 +346,14 @@ void FramesOnTheWire::AddDelayMeasurements() {
   Add(To(kPeer), EncodeDmm, dmm, fields("47", "0000000000000000", "0000000000000000"));
   const Buffer message = Hex(Encoded(EncodeDmm, dmm));
   Buffer reply(message.size());
-  ASSERT_EQ(MakeDmr(message, kReceivedF, reply), reply.size());
-  SetSentB(reply, kSentB);
+  ASSERT_EQ(MakeDmr(message, when_received, reply), reply.size());
+  SetSentB(reply, when_answered);
   AddOctets(To(kPeer), reply, fields("46", "5f5e100100000010", "5f5e100100000020"));
 
   OneWayDelay one_way;
   one_way.level = 1;
   one_way.proactive = true;
-  one_way.sent_f = kSentF;
+  one_way.sent_f = when_sent;
   Add(To(kPeer), Encode1dm, one_way,
       Joined(Common(kPeerText, "1", "45", "0x01", "16"), {{"cfm.odm.dmm.dmr.txtimestampf", "5f5e1000075bcd15"},
                                                           {"cfm.odm.dmm.dmr.rxtimestampf", "0000000000000000"},

@@ -15,8 +15,7 @@ BridgedElement::BridgedElement(BridgedNetwork& network, std::uint8_t number, Por
              [&network](Duration below) {
                return Duration(std::uniform_int_distribution<Duration::rep>(0, below.count() - 1)(network.random_));
              }),
-      network_(network),
-      number_(number) {
+      network_(network) {
   for (PortIndex port = 1; port <= port_count; ++port) {
     const auto station = static_cast<std::uint8_t>(10 * number + port);
     ElementPort settings{.bridge = kBridge, .state = PortOf(station)};

@@ -41,7 +41,7 @@ class BridgedElement : public Forwarding, public ElementOutput {
   virtual ~BridgedElement() = default;
 
   /// An end point and what it hands out.
-  struct Home : RecordingOutput {
+  struct Home final : RecordingOutput {
     explicit Home(BridgedElement& owner) : element(owner) {}
     bool Send(const OutgoingFrame& frame) override { return element.points.Send(*mep, frame); }
     ClockReading ReadClocks() override;
@@ -93,7 +93,6 @@ class BridgedElement : public Forwarding, public ElementOutput {
   bool Forwards(PortIndex port, const Vlan& vlan) const;
 
   BridgedNetwork& network_;
-  std::uint8_t number_;
   std::map<PortIndex, ElementPort> ports_;
 };
 

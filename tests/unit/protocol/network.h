@@ -35,7 +35,7 @@ class Network;
 
 /// A system with one port and one end point, whose station number is its MEP id. Frames that it sends go to all others
 /// on the segment.
-class Element : public RecordingOutput {
+class Element final : public RecordingOutput {
  public:
   Element(Network& network, const MepIdentity& identity, const MepSettings& settings);
 

@@ -3,12 +3,12 @@
 #include <gmock/gmock.h>
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/reflection.h>
-#include <google/protobuf/text_format.h>
 
 #include <string>
 #include <vector>
 
 #include "contract/merge.h"
+#include "from_text.h"
 
 namespace cfm::contract {
 
@@ -19,19 +19,12 @@ void PrintTo(const ObjectKey& key, std::ostream* out) {
 namespace {
 
 namespace pb = client_server;
+using cfm_test::From;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-// A message from its text form, so that a case shows which fields are present.
-template <typename Request>
-Request From(const std::string& text) {
-  Request request;
-  EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &request)) << text;
-  return request;
-}
 
 class ACache : public testing::Test {
  protected:

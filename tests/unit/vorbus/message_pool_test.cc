@@ -27,7 +27,7 @@ Message Made(MessagePool& pool, const std::string& payload) {
 
 TEST(AMessageOfThePool, HasItsHeaderAndItsPayload) {
   MessagePool pool;
-  for (const std::size_t size : {0, 1, 15, 16, 17, 80, 1023, 1024, 1025, 65519, 65520, 65521, 1 << 20}) {
+  for (const std::size_t size : {0U, 1U, 15U, 16U, 17U, 80U, 1023U, 1024U, 1025U, 65519U, 65520U, 65521U, 1U << 20}) {
     std::string payload(size, '\0');
     std::iota(payload.begin(), payload.end(), '\0');
     Message message = Made(pool, payload);
