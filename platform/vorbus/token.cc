@@ -100,10 +100,18 @@ void vorbus::Unwatch(int fd) {
 }
 
 void vorbus::Wake() {
+  asked_for_dispatch_ = true;
   if (!wake_written_) {
     wake_written_ = true;
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t octets = write(wake_.get(), &one, sizeof one);
+  }
+}
+
+void vorbus::Rest() {
+  if (wake_written_) {
+    wake_written_ = false;
+    ReadCounter(wake_.get());
   }
 }
 
@@ -148,10 +156,6 @@ void vorbus::Collect(milliseconds timeout) {
   for (const epoll_event& event : std::span(events, static_cast<std::size_t>(std::max(count, 0)))) {
     *static_cast<bool*>(event.data.ptr) = true;
   }
-  if (wake_ready_) {
-    wake_ready_ = wake_written_ = false;
-    ReadCounter(wake_.get());
-  }
   if (timer_ready_) {
     timer_ready_ = false;
     timer_set_to_ = kNever;
@@ -175,6 +179,7 @@ int vorbus::Dispatch() {
   }
   dispatching_ = true;
   Collect(milliseconds(0));
+  asked_for_dispatch_ = false;
   int calls = 0;
   if (door_) {
     calls += door_->Deliver(kDispatchLimit);
@@ -186,8 +191,10 @@ int vorbus::Dispatch() {
   }
   dispatching_ = false;
   Sweep();
-  if (HasWork()) {
+  if (asked_for_dispatch_ || HasWork()) {
     Wake();
+  } else {
+    Rest();
   }
   SetTimer();
   return calls;
@@ -293,6 +300,7 @@ bool vorbus::WaitForRoom(Clock::time_point* deadline) {
     return false;
   } else {
     timeout = std::chrono::ceil<milliseconds>(*deadline - now);
+    Rest();
   }
   Collect(timeout);
   Absorb();
@@ -357,9 +365,12 @@ bool vorbus::IsReady(std::uint64_t event) {
   if (have_room()) {
     return true;
   }
-  // What they have taken since is not known before it is read.
+  // What they have taken since is not known before it is read; what comes along with it is for the next dispatch.
   Collect(milliseconds(0));
   Absorb();
+  if (!dispatching_) {
+    Wake();
+  }
   return have_room();
 }
 

@@ -51,7 +51,8 @@ struct vorbus {
   const bus::Directory& directory() const { return directory_; }
   void Watch(int fd, bool* ready);  // *ready is set when fd is readable
   void Unwatch(int fd);
-  void Wake();  // vorbus_fd becomes readable
+  void
+  Wake();  // asks for another dispatch: vorbus_fd becomes readable, and stays so until one finds nothing more to do
   // Whether Link::Look is called when a socket comes up.
   bool SeesChanges() const { return static_cast<bool>(changes_); }
   std::vector<std::uint64_t> WantedEvents() const { return events_.Identities(); }
@@ -72,6 +73,7 @@ struct vorbus {
 
   explicit vorbus(std::chrono::milliseconds send_timeout) : send_timeout_(send_timeout) {}
   int Start(const char* process, const char* directory);
+  void Rest();  // takes Wake() back
   void WatchDirectory();
   void Collect(std::chrono::milliseconds timeout);
   void ReadDirectoryChanges();
@@ -94,8 +96,9 @@ struct vorbus {
   bus::Fd poll_;
   int watched_ = 0;
   bus::Fd wake_;
-  bool wake_ready_ = false;
+  bool wake_ready_ = false;  // of no interest: what is written is known
   bool wake_written_ = false;
+  bool asked_for_dispatch_ = false;  // since the last one looked what there is
   bus::Fd timer_;
   bool timer_ready_ = false;
   Clock::time_point timer_set_to_ = Clock::time_point::max();

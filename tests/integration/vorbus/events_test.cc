@@ -1,5 +1,6 @@
 // Events reach those who registered, from the moment that found is reported until they deregister.
 #include <cerrno>
+#include <thread>
 
 #include "fixture.h"
 
@@ -108,6 +109,36 @@ TEST_F(Events, AreNotReadyToGoWhileAReceiverIsBehind) {
   EXPECT_EQ(receiver.Ask("received", "report-events", 1), "received " + std::to_string(published + 1) + " 0");
   EXPECT_EQ(vorbus_event_ready(nullptr, &event), -EINVAL);
   EXPECT_EQ(vorbus_event_ready(server.token(), nullptr), -EINVAL);
+}
+
+// To learn whether a receiver has caught up is to read what has come, signals of others among it.
+TEST_F(Events, LeaveTheSignalsThatComeMeanwhileToTheNextDispatch) {
+  Attachment server(directory(), "server");
+  int signals = 0;
+  server.OnSignal(5, [&](vorbus_pid_t, const void*, std::size_t) { ++signals; });
+  const vorbus_event_t event = Event(1);
+  PeerProcess receiver(directory(), "-");
+  receiver.Set("count-events", 1);
+  receiver.Do("subscribe", "server");
+  ASSERT_TRUE(server.Run([&] { return receiver.process().ReadLine(milliseconds(1)).has_value(); }));
+  Attachment other(directory());
+  const auto& presence = other.Subscribe("server");
+  ASSERT_TRUE(other.Run([&] {
+    server.Turn(milliseconds(1));
+    return presence.is_there;
+  }));
+  receiver.Set("pause");
+  for (std::uint32_t i = 0; i < 100'000 && vorbus_event_ready(server.token(), &event) == 1; ++i) {
+    ASSERT_EQ(server.Publish(1, Numbered(i, 80)), 1);
+  }
+  server.Settle();
+  ASSERT_EQ(other.Send(presence.pid(), 5), 0);
+  ASSERT_TRUE(server.IsReadable(kDeadline));
+  std::this_thread::sleep_for(milliseconds(100));  // readable is sooner than all of it is here
+  ASSERT_EQ(vorbus_event_ready(server.token(), &event), 0);
+  EXPECT_EQ(signals, 0);
+  EXPECT_TRUE(server.Run([&] { return signals == 1; }, milliseconds(5000)));
+  receiver.Set("resume");
 }
 
 TEST_F(Events, StopAtDeregistrationEvenWhenTheyHaveArrived) {
