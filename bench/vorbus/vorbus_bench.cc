@@ -2,10 +2,10 @@
 //
 //   vorbus_bench [--quick] [--limit RATIO]
 //
-// Repetitions of both variants take turns in one run. The ratio is the median of the ratios of neighbours: whatever else
-// the machine does, it does to both.
-// Cost per message is wall time, and processor time of both processes with their threads. With --limit, the exit status
-// is 1 when a stream of either size costs more than RATIO times plain ZeroMQ. --quick only shows that all of it works.
+// Repetitions of both variants take turns in one run. The ratio is the median of the ratios of neighbours: whatever
+// else the machine does, it does to both. Cost per message is wall time, and processor time of both processes with
+// their threads. With --limit, the exit status is 1 when a stream of either size costs more than RATIO times plain
+// ZeroMQ. --quick only shows that all of it works.
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>

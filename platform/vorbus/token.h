@@ -51,8 +51,8 @@ struct vorbus {
   const bus::Directory& directory() const { return directory_; }
   void Watch(int fd, bool* ready);  // *ready is set when fd is readable
   void Unwatch(int fd);
-  void
-  Wake();  // asks for another dispatch: vorbus_fd becomes readable, and stays so until one finds nothing more to do
+  // Asks for another dispatch: vorbus_fd becomes readable, and stays so until one finds nothing more to do.
+  void Wake();
   // Whether Link::Look is called when a socket comes up.
   bool SeesChanges() const { return static_cast<bool>(changes_); }
   std::vector<std::uint64_t> WantedEvents() const { return events_.Identities(); }

@@ -40,8 +40,7 @@ Configuration Example() {
   return example;
 }
 
-// More requests than a link holds at a time (8192), so that its application is interrupted by whatever happens in the
-// middle.
+// More requests than a link holds at a time (8192): what happens while it is applied happens in the middle of it.
 Configuration BigConfiguration() {
 #ifdef CFM_SANITIZED
   return {Grid(2, 10, 500), {}};
